@@ -1,0 +1,10 @@
+#include "SarException.h"
+
+namespace Ostrel {
+
+const Vantu::SmartPtr<Vantu::MessageInfo>& SarEmptyMessage() {
+    static const Vantu::SmartPtr<Vantu::MessageInfo> empty = new Vantu::MessageInfo(kSarMessageDomain, -1, "", 0);
+    return empty;
+}
+
+}  // namespace Ostrel
