@@ -3,7 +3,7 @@
 namespace Ostrel {
 
 const Vantu::SmartPtr<Vantu::MessageInfo>& SarEmptyMessage() {
-    static const Vantu::SmartPtr<Vantu::MessageInfo> empty = new Vantu::MessageInfo(kSarMessageDomain, -1, "", 0);
+    static const Vantu::SmartPtr<Vantu::MessageInfo> empty = new Vantu::MessageInfo(SarMessageDomain(), -1, "", 0);
     return empty;
 }
 

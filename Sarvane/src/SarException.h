@@ -3,6 +3,7 @@
 #pragma once
 
 #include "core/Exception.h"
+#include "SarMessages.h"
 
 namespace Ostrel {
 
@@ -54,4 +55,5 @@ SAR_EXCEPTION(SarQueryException);
 }  // namespace Ostrel
 
 // A message of the domain "SARVANE" with up to three parameters, recording where it was raised.
-#define SAR_MESSAGE(id, ...) VANTU_MESSAGE(::Ostrel::kSarMessageDomain, id __VA_OPT__(, ) __VA_ARGS__)
+// The domain comes through SarMessageDomain(), which loads the table first.
+#define SAR_MESSAGE(id, ...) VANTU_MESSAGE(::Ostrel::SarMessageDomain(), id __VA_OPT__(, ) __VA_ARGS__)
