@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "SarException.h"
+#include "SarvaneConfig.h"
+#include "SarvaneInternalConfig.h"
+#include "TempDir.h"
+#include "core/Text.h"
+
+using namespace Ostrel;
+
+namespace {
+
+template <class E>
+int32_t MessageIdOf(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const E& e) {
+        return e.GetMessageInfo()->Id();
+    }
+    ADD_FAILURE() << "nothing thrown";
+    return -1;
+}
+
+}  // namespace
+
+TEST(SarvaneConfig, DefaultsAndTheThreeIdConstructor) {
+    SarvaneConfig plain;
+    EXPECT_EQ(plain.GetSecurityInfoCacheSize(), 0x100000u);
+    EXPECT_EQ(plain.GetQueryCacheSize(), 0x200000u);
+    EXPECT_EQ(plain.GetSmallTermsCacheSize(), 0x80000u);
+    EXPECT_EQ(plain.GetDocumentDuplicateFactor(), 85u);
+    EXPECT_EQ(plain.GetMaximumTermsPerQuery(), 16u);
+    EXPECT_EQ(plain.GetQueryPriority(), VantuThread::Priority::Highest);
+    EXPECT_EQ(plain.GetIndexingPriority(), VantuThread::Priority::Normal);
+    EXPECT_TRUE(plain.GetDocumentLevelSecurity());
+    EXPECT_TRUE(plain.GetHighlightStopWords());
+    EXPECT_EQ(plain.GetStemmingType(), 3);
+
+    SarvaneConfig slice(1, 2, 3);
+    EXPECT_EQ(slice.GetSecurityInfoCacheSize(), 0x40000u);
+    EXPECT_EQ(slice.GetPhysicalID(), 1);
+    EXPECT_EQ(slice.GetMirrorID(), 2);
+    EXPECT_EQ(slice.GetSliceID(), 3);
+    EXPECT_FALSE(slice == plain);
+}
+
+TEST(SarvaneConfig, KilobyteSettersShiftClampAndNeverWrap) {  // C1
+    SarvaneConfig c;
+    c.SetLexiconFreqCacheSize(64);
+    EXPECT_EQ(c.GetLexiconFreqCacheSize(), 65536u);
+    c.SetLexiconFreqCacheSize(2097152);
+    EXPECT_EQ(c.GetLexiconFreqCacheSize(), 0x40000000u);
+    c.SetLexiconDateCFCacheSize(2097152);
+    EXPECT_EQ(c.GetLexiconDateCFCacheSize(), 0x80000000u);
+    // 4 GB in kilobytes would wrap to 0 in 32 bits; the size without a bound stops at the largest value.
+    c.SetLexiconDateCFCacheSize(0x400000);
+    EXPECT_EQ(c.GetLexiconDateCFCacheSize(), 0xFFFFFFFFu);
+    c.SetSmallTermsCacheSize(0xFFFFFFFF);
+    EXPECT_EQ(c.GetSmallTermsCacheSize(), 0x500000u);
+    c.SetDocumentDuplicateFactor(150);
+    EXPECT_EQ(c.GetDocumentDuplicateFactor(), 100u);
+}
+
+TEST(SarvaneConfig, ZerosAreRefusedOnlyWhereTheyCannotWork) {
+    SarvaneConfig c;
+    c.SetQueryCacheSize(0);
+    c.SetCollectionsCacheSize(0);
+    c.SetDocumentDuplicateFactor(0);
+    EXPECT_EQ(c.GetQueryCacheSize(), 0u);
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>([&] { c.SetSecurityIndexCacheSize(0); }), 12);
+    // The refused value stays stored until it is set again.
+    EXPECT_EQ(c.GetSecurityIndexCacheSize(), 0u);
+    c.SetSecurityIndexCacheSize(8);
+    c.SetMaximumTermsPerQuery(0);
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>([&] { c.ValidateConfig(); }), 12);
+}
+
+TEST(SarvaneConfig, RecordPrioritiesMapToThreadPriorities) {
+    SarvaneConfig c;
+    c.SetIndexingPriority(SarvaneConfig::Priority::Lowest);
+    EXPECT_EQ(c.GetIndexingPriority(), VantuThread::Priority::Lowest);
+    c.SetQueryPriority(SarvaneConfig::Priority::TimeCritical);
+    EXPECT_EQ(static_cast<int32_t>(c.GetQueryPriority()), 15);
+    c.SetQueryPriority(SarvaneConfig::Priority::AboveNormal);
+    EXPECT_EQ(static_cast<int32_t>(c.GetQueryPriority()), 1);
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>(
+                  [&] { c.SetQueryPriority(static_cast<SarvaneConfig::Priority>(6)); }),
+              12);
+}
+
+TEST(SarvaneConfig, IndexPathMustNotBeAFile) {
+    SarvaneTest::TempDir dir;
+    std::ofstream(dir / "plain") << "x";
+    SarvaneConfig c;
+    EXPECT_EQ(MessageIdOf<SarInvalidIndexPath>([&] { c.SetIndexFilesPath(Vantu::FromUtf8(dir / "plain")); }), 15);
+    c.SetIndexFilesPath(Vantu::FromUtf8(dir / "not-yet"));
+    c.SetIndexFilesPath(Vantu::FromUtf8(dir.Path()));
+    EXPECT_EQ(c.GetIndexFilesPathAsString(), dir.Path());
+}
+
+TEST(SarvaneConfig, RunningModificationsAndEquality) {
+    SarvaneConfig running(1, 1, 1);
+    SarvaneConfig next(running);
+    EXPECT_TRUE(next == running);
+    next.SetMaximumTermsPerQuery(40);
+    next.SetIndexingPriority(VantuThread::Priority::Lowest);
+    next.GetRankingIgnoredField().insert("title");
+    next.GetFixedResults()[u"query"] = {1, 2};
+    EXPECT_FALSE(next == running);
+    EXPECT_TRUE(running.ValidRunningModifications(next));
+
+    SarvaneConfig cache(running);
+    cache.SetQueryCacheSize(1);
+    EXPECT_FALSE(running.ValidRunningModifications(cache));
+    SarvaneConfig ids(1, 1, 2);
+    EXPECT_FALSE(running.ValidRunningModifications(ids));
+    SarvaneConfig stem(running);
+    stem.SetStemmingType(0);
+    EXPECT_FALSE(running.ValidRunningModifications(stem));
+}
+
+TEST(SarvaneInternalConfig, AssignmentCopiesValuesAndKeepsTheCount) {
+    Vantu::SmartPtr<SarvaneInternalConfig> shared(new SarvaneInternalConfig(SarvaneConfig(4, 5, 6)));
+    Vantu::SmartPtr<SarvaneInternalConfig> second(shared);
+    EXPECT_EQ(shared->NbRef(), 2);
+    SarvaneConfig changed(4, 5, 6);
+    changed.SetQueryCacheSize(0);
+    *shared = changed;
+    EXPECT_EQ(shared->NbRef(), 2);
+    EXPECT_EQ(second->GetQueryCacheSize(), 0u);
+    SarvaneInternalConfig copy(*shared);
+    EXPECT_EQ(copy.NbRef(), 0);
+    EXPECT_TRUE(static_cast<const SarvaneConfig&>(copy) == changed);
+}

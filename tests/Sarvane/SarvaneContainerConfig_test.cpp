@@ -1,0 +1,100 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "SarException.h"
+#include "SarvaneContainerConfig.h"
+#include "TempDir.h"
+#include "core/Text.h"
+
+using namespace Ostrel;
+using VantuThread::Priority;
+
+namespace {
+
+template <class E>
+int32_t MessageIdOf(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const E& e) {
+        return e.GetMessageInfo()->Id();
+    }
+    ADD_FAILURE() << "nothing thrown";
+    return -1;
+}
+
+SarvaneContainerConfig Valid() {
+    return SarvaneContainerConfig(u"/tmp/sarvane-config", u"/tmp/sarvane-index", 5, 85, Priority::AboveNormal,
+                                  Priority::Normal, u"");
+}
+
+}  // namespace
+
+TEST(SarvaneContainerConfig, DefaultsClampsAndRefusals) {
+    SarvaneContainerConfig c = Valid();
+    EXPECT_EQ(c.GetURICacheSize(), 0x10000u);
+    EXPECT_EQ(c.GetURIInfoCacheSize(), 0x100000u);
+    EXPECT_EQ(c.GetTransactionsUpdateFrequency(), 600u);
+    EXPECT_EQ(c.GetTransactionsMaxDocumentsSize(), 0x1400000u);
+    EXPECT_FALSE(c.GetEnableNetrova());
+
+    c.SetTransactionsUpdateFrequency(3);
+    EXPECT_EQ(c.GetTransactionsUpdateFrequency(), 10u);
+    c.SetTransactionsUpdateFrequency(0);
+    EXPECT_EQ(c.GetTransactionsUpdateFrequency(), 10u);
+    c.SetNumberOfQueryThreads(21);
+    EXPECT_EQ(c.GetNumberOfQueryThreads(), 20u);
+    c.SetDocumentDuplicateFactor(150);
+    EXPECT_EQ(c.GetDocumentDuplicateFactor(), 100u);
+    c.SetURIInfoCacheSize(0xFFFFFFFF);  // C1: no wrap, then the clamp
+    EXPECT_EQ(c.GetURIInfoCacheSize(), 0xA00000u);
+    c.SetURICacheSize(64);
+    EXPECT_EQ(c.GetURICacheSize(), 65536u);
+
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>([&] { c.SetNumberOfQueryThreads(0); }), 12);
+    c.SetNumberOfQueryThreads(5);
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>([&] { c.SetTransactionsMaxDocumentsSize(0); }), 12);
+    c.SetTransactionsMaxDocumentsSize(1);
+    c.SetConfigPath(u"");
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>([&] { c.ValidateConfig(); }), 12);
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>(
+                  [] { SarvaneContainerConfig(u"", u"/x", 5, 85, Priority::Normal, Priority::Normal, u""); }),
+              12);
+}
+
+TEST(SarvaneContainerConfig, IndexPathThatIsAFileIsRefused) {
+    SarvaneTest::TempDir dir;
+    std::ofstream(dir / "plain") << "x";
+    std::u16string file = Vantu::FromUtf8(dir / "plain");
+    EXPECT_EQ(MessageIdOf<SarInvalidIndexPath>(
+                  [&] { SarvaneContainerConfig(u"/c", file, 5, 85, Priority::Normal, Priority::Normal, u""); }),
+              15);
+    SarvaneContainerConfig c = Valid();
+    EXPECT_EQ(MessageIdOf<SarInvalidIndexPath>([&] { c.SetIndexFilesPath(file); }), 15);
+    c.SetIndexFilesPath(Vantu::FromUtf8(dir / "later"));
+    EXPECT_EQ(c.GetIndexFilesPathAsString(), dir / "later");
+}
+
+TEST(SarvaneContainerConfig, RunningModificationsAndEquality) {
+    SarvaneContainerConfig running = Valid();
+    SarvaneContainerConfig next(running);
+    EXPECT_TRUE(next == running);
+    next.SetNumberOfQueryThreads(8);
+    next.SetTransactionsUpdateFrequency(20);
+    next.SetMapiProfile(u"profile");
+    next.SetMinimumDiskSpace(1ull << 40);
+    next.GetFixedResults()[3].push_back({{u"query"}, {FixedResultDocumentKey(u"file:///a", 1, 2, 3, false)}});
+    EXPECT_FALSE(next == running);
+    EXPECT_TRUE(running.ValidRunningModifications(next));
+
+    SarvaneContainerConfig keys(next);
+    keys.GetFixedResults()[3][0].second[0].caseSensitive = true;
+    EXPECT_FALSE(keys == next);
+
+    SarvaneContainerConfig uri(running);
+    uri.SetURIInfoGrowSize(8);
+    EXPECT_FALSE(running.ValidRunningModifications(uri));
+    SarvaneContainerConfig path(running);
+    path.SetConfigPath(u"/elsewhere");
+    EXPECT_FALSE(running.ValidRunningModifications(path));
+}
