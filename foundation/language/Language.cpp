@@ -41,6 +41,10 @@ constexpr Ligature kLigatures[] = {
     {0xFB00, u"ff"},       {0xFB01, u"fi"},       {0xFB02, u"fl"},  {0xFB03, u"ffi"}, {0xFB04, u"ffl"},
     {0xFB05, u"st"},       {0xFB06, u"st"},
 };
+static_assert(std::is_sorted(std::begin(kLigatures), std::end(kLigatures),
+                             [](const Ligature& a, const Ligature& b) { return a.code < b.code; }));
+static_assert(std::is_sorted(std::begin(kHighChars), std::end(kHighChars),
+                             [](const HighCharEntry& a, const HighCharEntry& b) { return a.code < b.code; }));
 
 class NoStemmer : public Stemmer {
 public:

@@ -28,6 +28,7 @@ constexpr std::u16string_view kDefaultStopWords[] = {
     u"we",      u"were",    u"what",    u"when",    u"where",   u"which",   u"while",    u"who",     u"whom",
     u"why",     u"will",    u"with",    u"would",   u"you",     u"your",    u"yours",    u"yourself", u"yourselves",
 };
+static_assert(std::is_sorted(std::begin(kDefaultStopWords), std::end(kDefaultStopWords)));
 
 }  // namespace
 

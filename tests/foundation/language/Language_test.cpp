@@ -1,0 +1,188 @@
+#include "language/Language.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "core/Exception.h"
+#include "core/Text.h"
+#include "language/StopWords.h"
+#include "language/Thesaurus.h"
+
+using VantuLanguage::Language;
+using VantuLanguage::StopWords;
+using VantuLanguage::Thesaurus;
+
+namespace {
+
+std::string LowerBase(const std::string& word) {
+    std::u16string out;
+    Language::ToLowerBase(Vantu::FromUtf8(word), out, true);
+    return Vantu::ToUtf8(out);
+}
+
+std::string Ligatures(const std::string& word) {
+    std::u16string out;
+    Language::ExpandLigatures(Vantu::FromUtf8(word), out);
+    return Vantu::ToUtf8(out);
+}
+
+std::vector<std::string> Words(const std::string& text) {
+    static const Language language;
+    const std::u16string wide = Vantu::FromUtf8(text);
+    const char16_t* cursor = wide.data();
+    const char16_t* const end = wide.data() + wide.size();
+    std::vector<std::string> words;
+    std::u16string word;
+    while (language.FindWord(cursor, end, word)) words.push_back(Vantu::ToUtf8(word));
+    EXPECT_TRUE(word.empty());
+    EXPECT_EQ(cursor, end);
+    return words;
+}
+
+std::string Stem(const Language& language, const std::string& word) {
+    std::u16string stem;
+    language.Stem(Vantu::FromUtf8(word), stem);
+    return Vantu::ToUtf8(stem);
+}
+
+}  // namespace
+
+// The tables are committed, not read from the installed library: these forms may never change under an index.
+TEST(Language, ToLowerBaseFoldsCaseAccentsAndHighLigatures) {
+    EXPECT_EQ(LowerBase("\xC3\x89L\xC3\x88VE"), "eleve");                         // ÉLÈVE
+    EXPECT_EQ(LowerBase("Stra\xC3\x9F" "e"), "stra\xC3\x9F" "e");                 // ß is one letter here
+    EXPECT_EQ(LowerBase("\xC3\x86" "bler"), "\xC3\xA6" "bler");                   // Æ lowers to æ, one unit
+    EXPECT_EQ(LowerBase("\xC3\x98re \xC3\xB0"), "\xC3\xB8re \xC3\xB0");           // no base letter under ø and ð
+    EXPECT_EQ(LowerBase("\xC5\x92UVRE"), "\xC5\x93uvre");                         // Œ → œ
+    EXPECT_EQ(LowerBase("\xEF\xAC\x81" "nal"), "final");                          // the fi ligature
+    EXPECT_EQ(LowerBase("\xCE\x86\xCE\x9B\xCE\xA6\xCE\x91"), "\xCE\xB1\xCE\xBB\xCF\x86\xCE\xB1");  // ΆΛΦΑ → αλφα
+    EXPECT_EQ(LowerBase("\xD0\x81\xD0\x96"), "\xD0\xB5\xD0\xB6");                 // ЁЖ → еж
+    EXPECT_EQ(LowerBase("\xC4\xB0stanbul"), "istanbul");                          // İ
+    EXPECT_EQ(LowerBase("\xEF\xBC\xA1\xEF\xBC\xA2"), "ab");                       // fullwidth AB
+    EXPECT_EQ(LowerBase("\xE6\x97\xA5\xE6\x9C\xAC"), "\xE6\x97\xA5\xE6\x9C\xAC"); // CJK as it is
+    EXPECT_EQ(LowerBase("\xE1\xBA\x9E"), "ss");                                   // capital sharp s
+    std::u16string same = u"ABC\u00c9";
+    Language::ToLowerBase(same, same, true);
+    EXPECT_EQ(same, u"abce");
+}
+
+TEST(Language, ExpandLigature) {
+    std::u16string out = u"x";
+    Language::ExpandLigature(u'a', out);
+    EXPECT_EQ(out, u"xa");
+    Language::ExpandLigature(u'\u0153', out);
+    EXPECT_EQ(out, u"xaoe");
+    EXPECT_EQ(Ligatures("\xC5\x92uvre \xC3\x86" "ble Stra\xC3\x9F" "e \xEF\xAC\x84"), "OEuvre AEble Strasse ffl");
+    EXPECT_EQ(Ligatures("plain"), "plain");
+}
+
+TEST(Language, FindWord) {
+    EXPECT_TRUE(Words("  ,;- \t ").empty());
+    EXPECT_TRUE(Words("").empty());
+    EXPECT_EQ(Words("Hello, w\xC3\xB6rld 42x"), (std::vector<std::string>{"Hello", "w\xC3\xB6rld", "42x"}));
+    EXPECT_EQ(Words("a\xC3\x97" "b\xC3\xB7" "c"), (std::vector<std::string>{"a", "b", "c"}));  // × and ÷
+    EXPECT_EQ(Words("don't re-use"), (std::vector<std::string>{"don", "t", "re", "use"}));
+    EXPECT_EQ(Words("\xE6\x97\xA5\xE6\x9C\xAC \xD0\xBC\xD0\xB8\xD1\x80"),
+              (std::vector<std::string>{"\xE6\x97\xA5\xE6\x9C\xAC", "\xD0\xBC\xD0\xB8\xD1\x80"}));
+    EXPECT_EQ(Words("a\xF0\x9F\x98\x80" "b"), (std::vector<std::string>{"a", "b"}));  // outside the BMP
+    EXPECT_EQ(Words("caf\xC3\xA9\xE2\x80\x99s"), (std::vector<std::string>{"caf\xC3\xA9", "s"}));
+}
+
+TEST(Language, WordCharactersFollowTheLatin1RuleAndTheUnbreakableSet) {
+    for (char16_t c = 0; c < 256; ++c) {
+        const bool letterOrDigit = (c >= u'0' && c <= u'9') || (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z') ||
+                                   (c >= 192 && c != 215 && c != 247 && c != 222 && c != 254);
+        EXPECT_EQ(Language::IsWordChar(c), letterOrDigit) << int(c);
+    }
+    EXPECT_TRUE(Language::m_ssUnbreakableChar.contains(u'\u0153'));   // œ
+    EXPECT_TRUE(Language::m_ssUnbreakableChar.contains(u'\u0301'));   // a combining accent stays in its word
+    EXPECT_TRUE(Language::m_ssUnbreakableChar.contains(u'\u0663'));   // an Arabic-Indic digit
+    EXPECT_FALSE(Language::m_ssUnbreakableChar.contains(u'\u20ac'));  // €
+    EXPECT_FALSE(Language::m_ssUnbreakableChar.contains(u'\u2019'));  // ’
+    EXPECT_FALSE(Language::m_ssUnbreakableChar.contains(u'\xd83d'));  // a surrogate
+    EXPECT_FALSE(Language::m_ssUnbreakableChar.contains(u'\u3000'));  // the ideographic space
+}
+
+TEST(Language, StemmingTypes) {
+    const Language none(Language::kNoStemming), english(Language::kEnglish), porter(Language::kPorter),
+        french(Language::kFrench);
+    EXPECT_EQ(Stem(none, "running"), "running");
+    EXPECT_EQ(Stem(english, "running"), "run");
+    EXPECT_EQ(Stem(english, "generously"), "generous");
+    EXPECT_EQ(Stem(porter, "generously"), "gener");
+    EXPECT_EQ(Stem(french, "continuellement"), "continuel");
+    EXPECT_EQ(Stem(english, ""), "");
+    EXPECT_EQ(english.GetStemmingType(), Language::kEnglish);
+    EXPECT_THROW(Language(static_cast<Language::StemmingType>(2)), Vantu::Exception);
+    EXPECT_THROW(Language(static_cast<Language::StemmingType>(-1)), Vantu::Exception);
+
+    StopWords stopWords;
+    std::u16string normal;
+    EXPECT_TRUE(english.NormalForm(u"The", stopWords, normal));
+    EXPECT_EQ(normal, u"the");
+    EXPECT_FALSE(english.NormalForm(u"Connections", stopWords, normal));
+    EXPECT_EQ(normal, u"connect");
+}
+
+// One Language serves every query thread: each thread gets its own stemmer state.
+TEST(Language, StemsFromManyThreadsAtOnce) {
+    const Language english(Language::kEnglish);
+    const std::vector<std::pair<std::u16string, std::u16string>> words = {
+        {u"running", u"run"}, {u"connections", u"connect"}, {u"happily", u"happili"}, {u"cats", u"cat"}};
+    std::vector<std::thread> threads;
+    std::vector<int> failures(4, 0);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            std::u16string stem;
+            for (int i = 0; i < 5000; ++i) {
+                const auto& [word, expected] = words[(i + t) % words.size()];
+                english.Stem(word, stem);
+                failures[t] += stem != expected;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failures, std::vector<int>(4, 0));
+}
+
+TEST(StopWords, DefaultListOrOwnSet) {
+    const StopWords defaults;
+    EXPECT_TRUE(defaults.IsDefault());
+    EXPECT_TRUE(defaults.IsStopWord(u"the"));
+    EXPECT_TRUE(defaults.IsStopWord(u"a"));
+    EXPECT_TRUE(defaults.IsStopWord(u"yourselves"));
+    EXPECT_FALSE(defaults.IsStopWord(u"search"));
+    EXPECT_FALSE(defaults.IsStopWord(u"The"));  // asked with normalised words only
+
+    StopWords own(false);
+    EXPECT_FALSE(own.IsStopWord(u"the"));
+    EXPECT_TRUE(StopWords::IsDefaultStopWord(u"the"));
+    own.AddStopWord(u"\u00dcber");
+    own.AddStopWord(u"\u0152uvre");
+    EXPECT_TRUE(own.IsStopWord(u"uber"));
+    EXPECT_TRUE(own.IsStopWord(u"oeuvre"));
+    EXPECT_EQ(own.Words().size(), 2u);
+
+    StopWords other(false);
+    EXPECT_FALSE(own == other);
+    other.AddStopWord(u"uber");
+    other.AddStopWord(u"OEUVRE");
+    EXPECT_TRUE(own == other);
+    EXPECT_FALSE(StopWords(true) == StopWords(false));
+}
+
+TEST(Thesaurus, FindsEntriesByBaseForm) {
+    Thesaurus thesaurus;
+    thesaurus.AddEntry(u"Caf\u00e9", {{u"coffee", u"bistro"}, Thesaurus::ThesaurusNode::kAlternatives});
+    thesaurus.AddEntry(u"colour", {{u"color"}, Thesaurus::ThesaurusNode::kReplacement});
+    Thesaurus::ThesaurusNode node;
+    ASSERT_TRUE(thesaurus.FindSynonym(u"cafe", node));
+    EXPECT_EQ(node.words, (std::vector<std::u16string>{u"coffee", u"bistro"}));
+    EXPECT_EQ(node.kind, 0u);
+    ASSERT_TRUE(thesaurus.FindSynonym(u"colour", node));
+    EXPECT_EQ(node.kind, 1u);
+    EXPECT_FALSE(thesaurus.FindSynonym(u"tea", node));
+    EXPECT_EQ(thesaurus.Size(), 2u);
+}

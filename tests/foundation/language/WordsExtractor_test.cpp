@@ -1,0 +1,119 @@
+#include "language/WordsExtractor.h"
+
+#include <gtest/gtest.h>
+
+#include "SarQueryPreprocessor.h"
+#include "core/Text.h"
+#include "language/Language.h"
+#include "language/StopWords.h"
+
+using VantuLanguage::Language;
+using VantuLanguage::StopWords;
+using VantuLanguage::WordsExtractor;
+using Occurence = WordsExtractor::Occurence;
+using Vantu::SmartPtr;
+
+namespace {
+
+SmartPtr<Occurence> At(std::vector<uint32_t> positions) { return new Occurence(std::move(positions)); }
+
+}  // namespace
+
+TEST(Occurence, NearAndSmallestDistance) {
+    const SmartPtr<Occurence> empty = At({}), a = At({1, 20}), b = At({3, 40}), c = At({2});
+    EXPECT_FALSE(Occurence::IsNear(*empty, *a, 100));
+    EXPECT_FALSE(Occurence::IsNear(*a, *empty, 100));
+    EXPECT_TRUE(Occurence::IsNear(*a, *b, 2));  // inclusive
+    EXPECT_FALSE(Occurence::IsNear(*a, *b, 1));
+    EXPECT_TRUE(Occurence::IsNear(*b, *a, 2));  // either order
+    EXPECT_TRUE(Occurence::IsNear(*a, *a, 0));
+    EXPECT_EQ(WordsExtractor::SmallestDistance(*a, *c), 1u);  // adjacent words
+    EXPECT_EQ(WordsExtractor::SmallestDistance(*a, *a), 1u);  // never below 1
+    EXPECT_EQ(WordsExtractor::SmallestDistance(*b, *a), 2u);
+    EXPECT_EQ(WordsExtractor::SmallestDistance(*At({100}), *At({3, 50, 97})), 3u);
+}
+
+TEST(Occurence, ExactPhrase) {
+    // "war and peace" with "and" a stop word: (war, 0), (peace, 2).
+    const SmartPtr<Occurence> war = At({5, 9, 30}), peace = At({7, 12}), empty = At({});
+    EXPECT_TRUE(Occurence::IsExactPhrase({{war, 0}, {peace, 2}}));
+    EXPECT_FALSE(Occurence::IsExactPhrase({{war, 0}, {peace, 4}}));
+    EXPECT_TRUE(Occurence::IsExactPhrase({{war, 0}, {peace, 3}, {war, 18}}));  // 9, 12, 30
+    EXPECT_FALSE(Occurence::IsExactPhrase({{war, 0}, {empty, 2}}));
+    EXPECT_FALSE(Occurence::IsExactPhrase({{war, 0}, {nullptr, 2}}));
+    EXPECT_FALSE(Occurence::IsExactPhrase({}));
+    // The words ahead of the first term must fit in front of it.
+    EXPECT_TRUE(Occurence::IsExactPhrase({{At({1}), 1}}));
+    EXPECT_FALSE(Occurence::IsExactPhrase({{At({0}), 1}, {At({1}), 1}}));
+}
+
+TEST(Occurence, ExactPhrasePositionsCoverTheWholePhrase) {
+    const SmartPtr<Occurence> a = At({3, 7, 40}), b = At({4, 8, 50});
+    Occurence out({99});
+    Occurence::GetExactPhrasePositions({{a, 0}, {b, 1}}, out, 1, 2);
+    // Matches at 3-4 and 7-8, widened by one leading and two trailing stop words, merged where they meet.
+    EXPECT_EQ(out.positions, (std::vector<uint32_t>{2, 3, 4, 5, 6, 7, 8, 9, 10}));
+    Occurence::GetExactPhrasePositions({{a, 0}, {b, 1}}, out, 5, 0);
+    EXPECT_EQ(out.positions, (std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    Occurence::GetExactPhrasePositions({{a, 0}, {b, 2}}, out, 0, 0);
+    EXPECT_TRUE(out.positions.empty());
+    EXPECT_TRUE(Occurence::IsNear(*At({12}), *At({3, 4, 5}), 7));
+}
+
+TEST(WordsExtractor, WordsPositionsAndNormalForms) {
+    const Language english(Language::kEnglish);
+    const StopWords stopWords;
+    const WordsExtractor extractor(english, stopWords);
+    std::vector<WordsExtractor::Word> words;
+    const std::u16string text = u"The \u0152uvres of \u00c9lise, re-use;";
+    EXPECT_EQ(extractor.Extract(text, words, 10), 16u);
+    ASSERT_EQ(words.size(), 6u);
+    const std::u16string normals[] = {u"the", u"oeuvr", u"of", u"elis", u"re", u"use"};
+    const bool stops[] = {true, false, true, false, false, false};
+    for (size_t i = 0; i < words.size(); ++i) {
+        EXPECT_EQ(words[i].normal, normals[i]) << i;
+        EXPECT_EQ(words[i].stopWord, stops[i]) << i;
+        EXPECT_EQ(words[i].position, 10 + i);
+        EXPECT_EQ(text.substr(words[i].offset, words[i].text.size()), words[i].text);
+    }
+    EXPECT_EQ(words[1].text, u"\u0152uvres");
+
+    // A second stretch goes on numbering behind the first.
+    EXPECT_EQ(extractor.Extract(u"use again", words, 16), 18u);
+    std::map<std::u16string, SmartPtr<Occurence>> terms;
+    WordsExtractor::CollectTerms(words, terms);
+    EXPECT_EQ(terms.at(u"use")->positions, (std::vector<uint32_t>{15, 16}));
+    EXPECT_EQ(terms.at(u"the")->positions, (std::vector<uint32_t>{10}));
+    EXPECT_EQ(terms.size(), 7u);
+}
+
+// What a document stores under a word must be what a query looks up: the query's text goes through the
+// preprocessor, then each of its words through ToLowerBase, the stop test and the stemmer.
+TEST(WordsExtractor, AgreesWithTheQuerySide) {
+    const Language english(Language::kEnglish);
+    StopWords stopWords(false);
+    stopWords.AddStopWord(u"\u00c9t\u00e9");
+    const WordsExtractor extractor(english, stopWords);
+    const std::u16string text =
+        u"\u0152uvres \ufb01nancing STRA\u00dfE re-use 3.14 \u0130stanbul \u0386\u039b\u03a6\u0391 caf\u00e9's "
+        u"\u00c6sthetic x_y foo@bar \u65e5\u672c\u8a9e \u00e9t\u00e9 ETE \uff21\uff22 \u01c4ungla a\u00d7b";
+
+    std::vector<WordsExtractor::Word> words;
+    extractor.Extract(text, words);
+
+    std::u16string preprocessed;
+    Ostrel::SarQueryPreprocessor::Preprocess(text, english, preprocessed);
+    std::vector<std::u16string> queryNormals;
+    const char16_t* cursor = preprocessed.data();
+    const char16_t* const end = cursor + preprocessed.size();
+    std::u16string word, normal;
+    while (english.FindWord(cursor, end, word)) {
+        english.NormalForm(word, stopWords, normal);
+        queryNormals.push_back(normal);
+    }
+    ASSERT_EQ(queryNormals.size(), words.size());
+    for (size_t i = 0; i < words.size(); ++i)
+        EXPECT_EQ(Vantu::ToUtf8(words[i].normal), Vantu::ToUtf8(queryNormals[i])) << Vantu::ToUtf8(words[i].text);
+    EXPECT_TRUE(words[17].stopWord);  // été
+    EXPECT_TRUE(words[18].stopWord);  // ETE
+}
