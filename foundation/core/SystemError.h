@@ -8,13 +8,12 @@
 
 namespace VantuThread {
 
-// Domain and id of the message "System error %1: %2" (error number, its description).
-inline constexpr const char* kSystemMessageDomain = "VANTU";
-inline constexpr int kSystemErrorMessage = 1;
-
 VANTU_DECLARE_EXCEPTION(SystemException, Vantu::Exception);
+// A thread object used against its rules, such as a second Run.
+VANTU_DECLARE_EXCEPTION(ThreadException, Vantu::Exception);
 
-// Raises `error` (by default the thread's last error, errno) as a SystemException.
+// Raises `error` (by default the thread's last error, errno) as a SystemException whose message
+// has the number and the system's description as parameters.
 [[noreturn]] void ThrowLastError(int error = errno);
 
 }  // namespace VantuThread

@@ -7,6 +7,7 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "core/CoreMessages.h"
 #include "core/Exception.h"
 #include "core/SystemError.h"
 
@@ -68,7 +69,7 @@ Thread::~Thread() {
 }
 
 void Thread::Run() {
-    if (thread_.joinable()) throw Vantu::Exception::FromText(u"Thread already started: " + Vantu::FromUtf8(name_));
+    if (thread_.joinable()) throw ThreadException(VANTU_CORE_MESSAGE(Vantu::kThreadStartedMessage, name_));
     try {
         thread_ = std::thread(&Thread::Main, this, state_, name_);
     } catch (const std::system_error& e) {

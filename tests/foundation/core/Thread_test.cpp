@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <thread>
 
+#include "core/CoreMessages.h"
 #include "core/CriticalSection.h"
 #include "core/EventSemaphore.h"
 #include "core/SystemError.h"
@@ -62,6 +63,7 @@ TEST(Thread, NameIsCutTo15BytesAndPriorityAppliesAtStart) {
     thread->SetPriority(Priority::Lowest);
     EXPECT_EQ(thread->Id(), 0);
     thread->Run();
+    EXPECT_THROW(thread->Run(), ThreadException);
     thread = nullptr;
     EXPECT_STREQ(name, "Sarc: Transacti");
     EXPECT_GE(nice, 10);
@@ -73,9 +75,9 @@ TEST(Thread, ThrowLastErrorCarriesTheErrorNumber) {
         ThrowLastError(ENOENT);
         FAIL();
     } catch (const SystemException& e) {
-        EXPECT_EQ(e.GetMessageInfo()->Id(), kSystemErrorMessage);
+        EXPECT_EQ(e.GetMessageInfo()->Id(), Vantu::kSystemErrorMessage);
         EXPECT_EQ(e.GetMessageInfo()->Params().at(0), u"2");
-        EXPECT_EQ(e.WhatUtf8(), "System error 2: No such file or directory");
+        EXPECT_EQ(e.WhatUtf8(), "System error 2: No such file or directory.");
     }
 }
 
