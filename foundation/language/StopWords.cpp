@@ -4,6 +4,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "file/BinaryStream.h"
 #include "language/Language.h"
 
 namespace VantuLanguage {
@@ -41,6 +42,27 @@ void StopWords::AddStopWord(const std::u16string& word) {
 
 bool StopWords::IsDefaultStopWord(const std::u16string& word) {
     return std::binary_search(std::begin(kDefaultStopWords), std::end(kDefaultStopWords), std::u16string_view(word));
+}
+
+Vantu::BinaryStreamT<unsigned int>& operator<<(Vantu::BinaryStreamT<unsigned int>& stream, const StopWords& stopWords) {
+    stream << stopWords.IsDefault() << static_cast<uint32_t>(stopWords.Words().size());
+    for (const std::u16string& word : stopWords.Words()) stream << std::u16string_view(word);
+    return stream;
+}
+
+// Words are read one by one, so a corrupt count fails at the end of the data instead of reserving what it claims.
+Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>& stream, StopWords& stopWords) {
+    bool isDefault;
+    uint32_t count;
+    stream >> isDefault >> count;
+    StopWords read(isDefault);
+    std::u16string word;
+    for (uint32_t i = 0; i < count; ++i) {
+        stream >> word;
+        read.words_.insert(word);
+    }
+    stopWords = std::move(read);
+    return stream;
 }
 
 }  // namespace VantuLanguage

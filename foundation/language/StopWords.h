@@ -5,6 +5,11 @@
 #include <set>
 #include <string>
 
+namespace Vantu {
+template <class T>
+class BinaryStreamT;
+}
+
 namespace VantuLanguage {
 
 class StopWords {
@@ -27,8 +32,14 @@ public:
     static bool IsDefaultStopWord(const std::u16string& word);
 
 private:
+    friend Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>&, StopWords&);
+
     bool isDefault_;
     std::set<std::u16string> words_;
 };
+
+// u8 isDefault, u32 count, then the words in ascending order, each a wide string with its length prefix.
+Vantu::BinaryStreamT<unsigned int>& operator<<(Vantu::BinaryStreamT<unsigned int>& stream, const StopWords& stopWords);
+Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>& stream, StopWords& stopWords);
 
 }  // namespace VantuLanguage

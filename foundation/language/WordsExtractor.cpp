@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "file/BinaryStream.h"
 #include "language/Language.h"
 #include "language/StopWords.h"
 
@@ -12,7 +13,7 @@ namespace {
 constexpr uint32_t kNoDistance = std::numeric_limits<uint32_t>::max();
 
 // The smallest |pa - pb| by one merge walk over both ascending lists; 0 when they share a place.
-uint32_t ClosestGap(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b) {
+uint32_t ClosestGap(const Vantu::FastVector<unsigned int>& a, const Vantu::FastVector<unsigned int>& b) {
     uint32_t best = kNoDistance;
     size_t i = 0, j = 0;
     while (i < a.size() && j < b.size() && best != 0) {
@@ -28,7 +29,7 @@ uint32_t ClosestGap(const std::vector<uint32_t>& a, const std::vector<uint32_t>&
 }
 
 bool Holds(const WordsExtractor::Occurence* occurence, uint64_t position) {
-    const std::vector<uint32_t>& p = occurence->positions;
+    const Vantu::FastVector<unsigned int>& p = occurence->positions;
     return position <= kNoDistance && std::binary_search(p.begin(), p.end(), static_cast<uint32_t>(position));
 }
 
@@ -107,12 +108,30 @@ void WordsExtractor::CollectTerms(const std::vector<Word>& words, std::map<std::
     for (const Word& word : words) {
         Vantu::SmartPtr<Occurence>& occurence = terms[word.normal];
         if (!occurence) occurence = new Occurence();
-        std::vector<uint32_t>& positions = occurence->positions;
+        Vantu::FastVector<unsigned int>& positions = occurence->positions;
         if (positions.empty() || positions.back() < word.position)
             positions.push_back(word.position);
         else if (!std::binary_search(positions.begin(), positions.end(), word.position))
             positions.insert(std::lower_bound(positions.begin(), positions.end(), word.position), word.position);
     }
+}
+
+Vantu::BinaryStreamT<unsigned int>& operator<<(Vantu::BinaryStreamT<unsigned int>& stream, const Occurence& occurence) {
+    stream << static_cast<uint32_t>(occurence.positions.size());
+    for (uint32_t position : occurence.positions) stream << position;
+    return stream;
+}
+
+// Positions are read one by one, so a corrupt count fails at the end of the data instead of reserving it.
+Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>& stream, Occurence& occurence) {
+    uint32_t count;
+    stream >> count;
+    occurence.positions.clear();
+    for (uint32_t i = 0, position; i < count; ++i) {
+        stream >> position;
+        occurence.positions.push_back(position);
+    }
+    return stream;
 }
 
 }  // namespace VantuLanguage

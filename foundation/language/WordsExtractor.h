@@ -9,7 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include "core/FastVector.h"
 #include "core/RefCounted.h"
+
+namespace Vantu {
+template <class T>
+class BinaryStreamT;
+}
 
 namespace VantuLanguage {
 
@@ -25,7 +31,7 @@ public:
         using PhraseList = std::vector<std::pair<Vantu::SmartPtr<Occurence>, unsigned>>;
 
         Occurence() = default;
-        explicit Occurence(std::vector<uint32_t> p) : positions(std::move(p)) {}
+        Occurence(std::initializer_list<unsigned int> p) : positions(p) {}
 
         // Some place of `a` and some place of `b` lie at most `distance` words apart, in either order.
         static bool IsNear(const Occurence& a, const Occurence& b, unsigned distance);
@@ -38,7 +44,7 @@ public:
         static void GetExactPhrasePositions(const PhraseList& list, Occurence& out, unsigned leading,
                                             unsigned trailing);
 
-        std::vector<uint32_t> positions;
+        Vantu::FastVector<unsigned int> positions;
     };
 
     // One word of a text as the analyser found it.
@@ -72,5 +78,11 @@ private:
     const Language& language_;
     const StopWords& stopWords_;
 };
+
+// u32 count, then the positions, each a u32, ascending.
+Vantu::BinaryStreamT<unsigned int>& operator<<(Vantu::BinaryStreamT<unsigned int>& stream,
+                                               const WordsExtractor::Occurence& occurence);
+Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>& stream,
+                                               WordsExtractor::Occurence& occurence);
 
 }  // namespace VantuLanguage

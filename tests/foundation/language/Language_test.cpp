@@ -7,6 +7,8 @@
 
 #include "core/Exception.h"
 #include "core/Text.h"
+#include "file/BinaryStream.h"
+#include "file/BinaryStreamMemoryBuffer.h"
 #include "language/StopWords.h"
 #include "language/Thesaurus.h"
 
@@ -174,7 +176,9 @@ TEST(StopWords, DefaultListOrOwnSet) {
 }
 
 TEST(Thesaurus, FindsEntriesByBaseForm) {
-    Thesaurus thesaurus;
+    Thesaurus thesaurus(Language::kEnglish);
+    EXPECT_TRUE(thesaurus.IsEmpty());
+    EXPECT_EQ(thesaurus.GetLanguage().GetStemmingType(), Language::kEnglish);
     thesaurus.AddEntry(u"Caf\u00e9", {{u"coffee", u"bistro"}, Thesaurus::ThesaurusNode::kAlternatives});
     thesaurus.AddEntry(u"colour", {{u"color"}, Thesaurus::ThesaurusNode::kReplacement});
     Thesaurus::ThesaurusNode node;
@@ -185,4 +189,31 @@ TEST(Thesaurus, FindsEntriesByBaseForm) {
     EXPECT_EQ(node.kind, 1u);
     EXPECT_FALSE(thesaurus.FindSynonym(u"tea", node));
     EXPECT_EQ(thesaurus.Size(), 2u);
+}
+
+// The stored form: u8 isDefault, u32 count, then each word with its u16 length prefix, in ascending order.
+TEST(StopWords, StreamForm) {
+    StopWords own(false);
+    own.AddStopWord(u"zz");
+    own.AddStopWord(u"\u00e9t\u00e9");
+    VantuFile::MemoryBuffer memory;
+    Vantu::BinaryStreamT<unsigned int> stream(memory);
+    stream << own << StopWords();
+    const std::vector<uint8_t> expected = {0, 2, 0, 0, 0, 3, 0, 'e', 0, 't', 0, 'e', 0, 2, 0, 'z', 0, 'z', 0,
+                                           1, 0, 0, 0, 0};
+    ASSERT_EQ(std::vector<uint8_t>(memory.Data(), memory.Data() + memory.Size()), expected);
+
+    StopWords first, second(false);
+    second.AddStopWord(u"left over");
+    stream >> first >> second;
+    EXPECT_TRUE(first == own);
+    EXPECT_TRUE(second == StopWords());
+
+    VantuFile::MemoryBuffer cut;
+    Vantu::BinaryStreamT<unsigned int> cutStream(cut);
+    cutStream << own;
+    VantuFile::StaticMemoryBuffer shortData(cut.Data(), cut.Size() - 1);
+    Vantu::BinaryStreamT<unsigned int> shortStream(shortData);
+    StopWords broken;
+    EXPECT_THROW(shortStream >> broken, Vantu::BinaryStreamException);
 }

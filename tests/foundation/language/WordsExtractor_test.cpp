@@ -4,6 +4,8 @@
 
 #include "SarQueryPreprocessor.h"
 #include "core/Text.h"
+#include "file/BinaryStream.h"
+#include "file/BinaryStreamMemoryBuffer.h"
 #include "language/Language.h"
 #include "language/StopWords.h"
 
@@ -15,7 +17,11 @@ using Vantu::SmartPtr;
 
 namespace {
 
-SmartPtr<Occurence> At(std::vector<uint32_t> positions) { return new Occurence(std::move(positions)); }
+SmartPtr<Occurence> At(std::initializer_list<unsigned int> positions) { return new Occurence(positions); }
+
+std::vector<uint32_t> Positions(const Occurence& occurence) {
+    return {occurence.positions.begin(), occurence.positions.end()};
+}
 
 }  // namespace
 
@@ -52,9 +58,9 @@ TEST(Occurence, ExactPhrasePositionsCoverTheWholePhrase) {
     Occurence out({99});
     Occurence::GetExactPhrasePositions({{a, 0}, {b, 1}}, out, 1, 2);
     // Matches at 3-4 and 7-8, widened by one leading and two trailing stop words, merged where they meet.
-    EXPECT_EQ(out.positions, (std::vector<uint32_t>{2, 3, 4, 5, 6, 7, 8, 9, 10}));
+    EXPECT_EQ(Positions(out), (std::vector<uint32_t>{2, 3, 4, 5, 6, 7, 8, 9, 10}));
     Occurence::GetExactPhrasePositions({{a, 0}, {b, 1}}, out, 5, 0);
-    EXPECT_EQ(out.positions, (std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(Positions(out), (std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
     Occurence::GetExactPhrasePositions({{a, 0}, {b, 2}}, out, 0, 0);
     EXPECT_TRUE(out.positions.empty());
     EXPECT_TRUE(Occurence::IsNear(*At({12}), *At({3, 4, 5}), 7));
@@ -82,8 +88,8 @@ TEST(WordsExtractor, WordsPositionsAndNormalForms) {
     EXPECT_EQ(extractor.Extract(u"use again", words, 16), 18u);
     std::map<std::u16string, SmartPtr<Occurence>> terms;
     WordsExtractor::CollectTerms(words, terms);
-    EXPECT_EQ(terms.at(u"use")->positions, (std::vector<uint32_t>{15, 16}));
-    EXPECT_EQ(terms.at(u"the")->positions, (std::vector<uint32_t>{10}));
+    EXPECT_EQ(Positions(*terms.at(u"use")), (std::vector<uint32_t>{15, 16}));
+    EXPECT_EQ(Positions(*terms.at(u"the")), (std::vector<uint32_t>{10}));
     EXPECT_EQ(terms.size(), 7u);
 }
 
@@ -116,4 +122,23 @@ TEST(WordsExtractor, AgreesWithTheQuerySide) {
         EXPECT_EQ(Vantu::ToUtf8(words[i].normal), Vantu::ToUtf8(queryNormals[i])) << Vantu::ToUtf8(words[i].text);
     EXPECT_TRUE(words[17].stopWord);  // été
     EXPECT_TRUE(words[18].stopWord);  // ETE
+}
+
+// The stored form: u32 count, then each position as a u32.
+TEST(Occurence, StreamForm) {
+    VantuFile::MemoryBuffer memory;
+    Vantu::BinaryStreamT<unsigned int> stream(memory);
+    stream << *At({1, 0x01020304}) << *At({});
+    const std::vector<uint8_t> expected = {2, 0, 0, 0, 1, 0, 0, 0, 4, 3, 2, 1, 0, 0, 0, 0};
+    ASSERT_EQ(std::vector<uint8_t>(memory.Data(), memory.Data() + memory.Size()), expected);
+    Occurence first, second({7});
+    stream >> first >> second;
+    EXPECT_EQ(Positions(first), (std::vector<uint32_t>{1, 0x01020304}));
+    EXPECT_TRUE(second.positions.empty());
+
+    // A count that claims more than the data holds fails at the end of the data.
+    const uint8_t corrupt[] = {0xff, 0xff, 0xff, 0x7f, 1, 0, 0, 0};
+    VantuFile::StaticMemoryBuffer corruptData(const_cast<uint8_t*>(corrupt), sizeof corrupt);
+    Vantu::BinaryStreamT<unsigned int> corruptStream(corruptData);
+    EXPECT_THROW(corruptStream >> first, Vantu::BinaryStreamException);
 }
