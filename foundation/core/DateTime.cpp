@@ -42,8 +42,6 @@ bool Digits(const std::string& text, size_t& pos, size_t n, int& value) {
     return true;
 }
 
-bool IsBlank(char c) { return c == ' ' || c == '\t'; }
-
 std::string FieldsText(int year, int month, int day, int hour, int minute, int second) {
     char text[64];
     std::snprintf(text, sizeof text, "%04d/%02d/%02d %02d:%02d:%02d", year, month, day, hour, minute, second);
@@ -72,8 +70,8 @@ DateTime::DateTime(int year, int month, int day, int hour, int minute, int secon
 
 DateTime::DateTime(const std::string& text, const std::string&) {
     size_t begin = 0, end = text.size();
-    while (begin < end && IsBlank(text[begin])) ++begin;
-    while (end > begin && IsBlank(text[end - 1])) --end;
+    while (begin < end && IsBlank(char16_t(text[begin]))) ++begin;
+    while (end > begin && IsBlank(char16_t(text[end - 1]))) --end;
     const std::string s = text.substr(begin, end - begin);
 
     size_t pos = 0;
@@ -83,7 +81,7 @@ DateTime::DateTime(const std::string& text, const std::string&) {
     ok = ok && Digits(s, pos, 2, month) && pos < s.size() && s[pos++] == delimiter && Digits(s, pos, 2, day);
     if (ok && pos < s.size()) {
         char separator = s[pos++];
-        ok = (IsBlank(separator) || separator == 'T' || separator == '@') && Digits(s, pos, 2, hour) &&
+        ok = (separator == ' ' || separator == 'T' || separator == '@') && Digits(s, pos, 2, hour) &&
              pos < s.size() && s[pos++] == ':' && Digits(s, pos, 2, minute);
         if (ok && pos < s.size()) ok = s[pos++] == ':' && Digits(s, pos, 2, second) && pos == s.size();
     }

@@ -23,8 +23,8 @@ public:
     // From calendar fields read as local time when `local` is true, else as UTC. A field out of its
     // range, a day past the month's end or an instant outside 1970..2106 raises InvalidDateException.
     DateTime(int year, int month, int day, int hour, int minute, int second, bool local);
-    // Parses "YYYY/MM/DD" or "YYYY-MM-DD", optionally followed by a blank, "T" or "@" and "HH:MM" or
-    // "HH:MM:SS", as UTC; blanks around the text are ignored. `format` is reserved: the forms above
+    // Parses "YYYY/MM/DD" or "YYYY-MM-DD", optionally followed by a space, "T" or "@" and "HH:MM" or
+    // "HH:MM:SS", as UTC; blanks (IsBlank) around the text are ignored. `format` is reserved: the forms above
     // are the only ones. Any other text raises InvalidDateException.
     DateTime(const std::string& text, const std::string& format);
     DateTime(const std::u16string& text, const std::u16string& format);
