@@ -1,0 +1,54 @@
+// What the container asks of a slice; the container reaches its slices through nothing else.
+// The container calls it from its own threads and the operation pool's workers; each slice guards itself.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Vantu {
+class LogCallInterface;
+}
+
+namespace Ostrel {
+
+class SarvaneConfig;
+
+class SarvaneCallInterface {
+public:
+    virtual ~SarvaneCallInterface() = default;
+
+    virtual void Start(bool readOnly) = 0;
+    virtual void Stop(bool abortTransaction) = 0;
+    virtual void DeleteIndex() = 0;
+    virtual void Initialize(Vantu::LogCallInterface* log) = 0;
+    virtual void PreCommit() = 0;
+    virtual void Commit() = 0;
+    virtual void DoRecovery(bool recover) = 0;
+    // Pairs of (document id, collection).
+    virtual void DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>& documents) = 0;
+    virtual unsigned int GetPendingTransactions() const = 0;
+    virtual void ApplyShrink() = 0;
+    virtual void CancelShrink() = 0;
+    virtual void DeleteShrink() = 0;
+    virtual void SetSarvaneConfig(const SarvaneConfig& config) = 0;
+    virtual void AddFixedResult(const std::u16string& query, const std::u16string& uri, uint16_t order,
+                                unsigned int documentId, uint16_t collection, uint16_t source) = 0;
+    virtual void ClearFixedResults() = 0;
+    virtual void Flush() = 0;
+    virtual void ClearFieldAliases() = 0;
+    virtual void AddFieldAlias(const std::u16string& alias, const std::u16string& field) = 0;
+    // 0xFF when the slice does not know the field.
+    virtual unsigned char GetCustomFieldType(const std::string& field) const = 0;
+    virtual bool IsCustomFieldRankable(const std::string& field) const = 0;
+    virtual void AddSupportedCollection(uint16_t collection) = 0;
+    virtual void RemoveSupportedCollection(uint16_t collection) = 0;
+    virtual void CheckForRecovery() const = 0;
+    virtual std::u16string GetHostName() const = 0;
+    virtual uint64_t GetDiskSpaceUsed() const = 0;
+    virtual bool HasEnoughFreeSpaceToShrink() const = 0;
+    virtual std::u16string GetIndexFilesPath() const = 0;
+};
+
+}  // namespace Ostrel

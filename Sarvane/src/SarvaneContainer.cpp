@@ -1,0 +1,363 @@
+#include "SarvaneContainer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <dirent.h>
+#include <fnmatch.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "SarException.h"
+#include "SarvaneCallInterfaceOperations.h"
+#include "SarvaneConfig.h"
+
+namespace Ostrel {
+
+using VantuThread::ReadLocker;
+using VantuThread::WriteLocker;
+
+namespace {
+
+constexpr uint32_t kMaxQueryThreads = 64;
+constexpr const char* kSentryName = "SarcCommit.sentry";
+// The shared stores' files in the index directory, in the order DeleteIndex removes them.
+constexpr const char* kSharedStoreFiles[] = {"Repository*.*", "SarcURI-DocInfo.*", "SecurityCache-*", "Links*.*"};
+
+bool IsDirectory(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+// Deletes the plain files of `directory` whose names match `pattern`; subdirectories stay.
+void DeleteMatchingFiles(const std::string& directory, const char* pattern) {
+    DIR* dir = opendir(directory.c_str());
+    if (!dir) return;
+    std::vector<std::string> names;
+    while (dirent* entry = readdir(dir))
+        if (fnmatch(pattern, entry->d_name, 0) == 0) names.push_back(entry->d_name);
+    closedir(dir);
+    for (const std::string& name : names) {
+        std::string path = directory + "/" + name;
+        struct stat info;
+        if (lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) unlink(path.c_str());
+    }
+}
+
+}  // namespace
+
+SarvaneContainer::SarvaneContainer(const SarvaneContainerConfig& config, Vantu::SmartPtr<Vantu::LogCallInterface> log,
+                                   std::unique_ptr<SarvaneContainerStores> stores)
+    : config_(config),
+      log_(std::move(log)),
+      stores_(std::move(stores)),
+      queryPool_("QueryPool", config.GetNumberOfQueryThreads(), config.GetQueryPriority()),
+      fastQueryPool_("FastQueryPool", 2, VantuThread::Priority::Highest) {}
+
+SarvaneContainer::~SarvaneContainer() {
+    stopping_ = true;
+    if (uriStore_ && folithek_) {
+        try {
+            Stop(true);
+        } catch (...) {
+            // A slice that fails to stop is deleted all the same below.
+        }
+    }
+    for (auto& [id, index] : physicalIndexes_)
+        for (auto& [mirrorId, mirror] : index.GetMirrors()) mirror.DeleteAll();
+    queryPool_.Join(VantuThread::ThreadPool::kAll);
+    fastQueryPool_.Join(VantuThread::ThreadPool::kAll);
+    ReleaseStores();
+}
+
+PhysicalIndex& SarvaneContainer::FindPhysical(uint16_t physical) {
+    auto it = physicalIndexes_.find(physical);
+    if (it == physicalIndexes_.end()) throw SarInvalidPhysicalIndexID(SAR_MESSAGE(19, physical));
+    return it->second;
+}
+
+const PhysicalIndex& SarvaneContainer::FindPhysical(uint16_t physical) const {
+    return const_cast<SarvaneContainer*>(this)->FindPhysical(physical);
+}
+
+MirrorIndex& SarvaneContainer::FindMirror(PhysicalIndex& index, uint16_t physical, uint16_t mirror) {
+    auto it = index.GetMirrors().find(mirror);
+    if (it == index.GetMirrors().end()) throw SarInvalidMirrorID(SAR_MESSAGE(17, mirror, physical));
+    return it->second;
+}
+
+SarvaneCallInterface& SarvaneContainer::FindSlice(uint16_t physical, uint16_t mirror, uint16_t sliceId) {
+    SarvaneCallInterface* slice = FindMirror(FindPhysical(physical), physical, mirror).Find(sliceId);
+    if (!slice) throw SarInvalidSliceID(SAR_MESSAGE(20, sliceId, mirror, physical));
+    return *slice;
+}
+
+void SarvaneContainer::AddPhysicalIndex(uint16_t physical) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    physicalIndexes_.try_emplace(physical);
+}
+
+void SarvaneContainer::RemovePhysicalIndex(uint16_t physical) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    if (!physicalIndexes_.erase(physical)) throw SarInvalidPhysicalIndexID(SAR_MESSAGE(19, physical));
+}
+
+void SarvaneContainer::AddSliceIndex(SarvaneCallInterface* slice, uint16_t physical, uint16_t mirror,
+                                     uint16_t sliceId) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    slice->Initialize(log_.Get());
+    PhysicalIndex& index = FindPhysical(physical);
+    for (uint16_t collection : index.GetSupportedCollections()) slice->AddSupportedCollection(collection);
+    // A taken slice id is refused before the slice starts, so that a refused slice never runs and stays
+    // wholly the caller's.
+    auto existing = index.GetMirrors().find(mirror);
+    if (existing != index.GetMirrors().end() && existing->second.Find(sliceId))
+        throw SarInvalidMirrorID(SAR_MESSAGE(29, sliceId, physical, mirror));
+    // A slice added to a running container comes up at once.
+    if (uriStore_) slice->Start(readOnly_);
+    // A mirror comes into being with its first slice.
+    index.GetMirrors()[mirror].AddSliceIndex(slice, physical, mirror, sliceId);
+    allSlices_.push_back(slice);
+}
+
+void SarvaneContainer::RemoveSliceIndex(uint16_t physical, uint16_t mirror, uint16_t sliceId, bool deleteFiles) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    PhysicalIndex& index = FindPhysical(physical);
+    MirrorIndex& mirrorIndex = FindMirror(index, physical, mirror);
+    SarvaneCallInterface* slice = &FindSlice(physical, mirror, sliceId);
+    if (deleteFiles) {
+        slice->Stop(false);
+        slice->DeleteIndex();
+    }
+    allSlices_.erase(std::find(allSlices_.begin(), allSlices_.end(), slice));
+    delete slice;
+    mirrorIndex.Erase(sliceId);
+    if (mirrorIndex.IsEmpty()) index.GetMirrors().erase(mirror);
+}
+
+void SarvaneContainer::AddCollectionForPhysical(uint16_t physical, uint16_t collection) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    PhysicalIndex& index = FindPhysical(physical);
+    index.AddCollection(collection);
+    index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.AddSupportedCollection(collection); });
+}
+
+void SarvaneContainer::RemoveCollectionForPhysical(uint16_t physical, uint16_t collection) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    PhysicalIndex& index = FindPhysical(physical);
+    index.RemoveCollection(collection);
+    index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.RemoveSupportedCollection(collection); });
+}
+
+void SarvaneContainer::SetSarvaneConfig(uint16_t physical, uint16_t mirror, uint16_t sliceId,
+                                        const SarvaneConfig& config) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    FindSlice(physical, mirror, sliceId).SetSarvaneConfig(config);
+}
+
+unsigned char SarvaneContainer::GetCustomFieldType(uint16_t physical, const std::string& field) const {
+    ReadLocker indexes(indexesLock_);
+    unsigned char type = 0xFF;
+    for (const auto& [mirrorId, mirror] : FindPhysical(physical).GetMirrors()) {
+        type = 0xFF;
+        for (const auto& [sliceId, slice] : mirror.GetSlices())
+            if ((type = slice->GetCustomFieldType(field)) != 0xFF) break;
+    }
+    return type;
+}
+
+bool SarvaneContainer::IsCustomFieldRankable(uint16_t physical, const std::string& field) const {
+    ReadLocker indexes(indexesLock_);
+    bool rankable = false;
+    FindPhysical(physical).ForEachSlice(
+        [&](SarvaneCallInterface& slice) { rankable = slice.IsCustomFieldRankable(field); });
+    return rankable;
+}
+
+void SarvaneContainer::EnumValidCollectionIDs(const std::vector<SarcIdentity>& identities,
+                                              std::vector<std::pair<uint16_t, uint16_t>>& out) const {
+    // operationLock keeps the security cache from going away meanwhile.
+    ReadLocker operation(operationLock_);
+    std::vector<SarcIdentity> expanded;
+    {
+        ReadLocker indexes(indexesLock_);
+        if (securityCache_)
+            securityCache_->RetrieveLocalNetworkIDs(identities, expanded);
+        else
+            expanded = identities;
+    }
+    out.clear();
+    ReadLocker indexes(indexesLock_);
+    for (const auto& [physical, index] : physicalIndexes_)
+        for (const auto& [collection, access] : index.GetCollectionAccess())
+            if (access->IsAllowed(expanded)) out.emplace_back(physical, collection);
+}
+
+void SarvaneContainer::AddAccessControlEntry(uint16_t physical, uint16_t collection,
+                                             SarcAccessList::AccessType access, const SarcIdentity& identity) {
+    WriteLocker indexes(indexesLock_);
+    FindPhysical(physical).GetAccessList(collection)->AddAccessControlEntry(identity, access);
+}
+
+void SarvaneContainer::AddAccessControlEntry(SarcAccessList::AccessType access, const SarcIdentity& identity) {
+    WriteLocker indexes(indexesLock_);
+    for (auto& [physical, index] : physicalIndexes_)
+        for (auto& [collection, list] : index.GetCollectionAccess()) list->AddAccessControlEntry(identity, access);
+}
+
+void SarvaneContainer::RemoveAccessControlEntry(uint16_t physical, uint16_t collection,
+                                                const SarcIdentity& identity) {
+    WriteLocker indexes(indexesLock_);
+    FindPhysical(physical).GetAccessList(collection)->RemoveAccessControlEntry(identity);
+}
+
+void SarvaneContainer::ClearAccessControlEntry(uint16_t physical, uint16_t collection) {
+    WriteLocker indexes(indexesLock_);
+    FindPhysical(physical).GetAccessList(collection)->Clear();
+}
+
+Vantu::SmartPtrToConst<SarcAccessList> SarvaneContainer::GetAccessControlList(uint16_t physical,
+                                                                              uint16_t collection) const {
+    ReadLocker indexes(indexesLock_);
+    return FindPhysical(physical).GetAccessList(collection);
+}
+
+bool SarvaneContainer::IsStarted() const {
+    ReadLocker operation(operationLock_);
+    ReadLocker indexes(indexesLock_);
+    return bool(uriStore_);
+}
+
+std::string SarvaneContainer::PrepareIndexFilesDirectory() {
+    SarvaneConfigReadLock<SarvaneContainerConfig> hold(config_);
+    std::string directory = config_.GetIndexFilesPathAsString();
+    if (!IsDirectory(directory) && mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST)
+        throw SarInvalidIndexPath(SAR_MESSAGE(15, config_.GetIndexFilesPath()));
+    if (directory.empty() || directory.back() != '/') directory += '/';
+    return directory;
+}
+
+std::string SarvaneContainer::SentryPath() const {
+    SarvaneConfigReadLock<SarvaneContainerConfig> hold(config_);
+    return config_.GetConfigPathAsString() + "/" + kSentryName;
+}
+
+void SarvaneContainer::Start(bool readOnly) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    readOnly_ = readOnly;
+    if (uriStore_) throw SarIndexAlreadyStarted();
+    std::string directory = PrepareIndexFilesDirectory();
+    folithek_ = stores_->CreateCachedCopies(directory, readOnly);
+    bool links;
+    {
+        SarvaneConfigReadLock<SarvaneContainerConfig> hold(config_);
+        links = config_.GetEnableNetrova();
+    }
+    if (links) netrova_ = stores_->CreateLinks(directory, readOnly);
+    stores_->RecoverShrink(config_);
+    uriStore_ = stores_->CreateURIStore(config_, readOnly);
+    securityCache_ = stores_->CreateSecurityCache(config_, readOnly);
+    if (!readOnly) {
+        DoRecovery();
+    } else if (CheckForRecovery()) {
+        // Recovery writes: a read-only container cannot finish a commit, so it does not start at all.
+        ReleaseStores();
+        throw SarCannotDoRecoveryIndexIsReadOnly();
+    }
+    // From here on a failure leaves the stores open and the container started: the caller's recourse is Stop.
+    SarRunOnSlices<SarStartOperation>(operationPool_, allSlices_, readOnly);
+    uriStore_->RecoveryDone();
+    stopping_ = false;
+    if (!readOnly) uriStore_->BeginTransaction();
+}
+
+void SarvaneContainer::Stop(bool abortTransaction) {
+    if (!IsStarted()) throw SarIndexNotStarted();
+    WriteLocker operation(operationLock_);
+    // A concurrent Stop may have come first.
+    if (!uriStore_) throw SarIndexNotStarted();
+    stopping_ = true;
+    // indexesLock only now: the threads that end with `stopping` may need it on their way out.
+    ReadLocker indexes(indexesLock_);
+    SarRunOnSlices<SarStopOperation>(operationPool_, allSlices_, abortTransaction);
+    ReleaseStores();
+}
+
+void SarvaneContainer::ReleaseStores() {
+    uriStore_ = nullptr;
+    securityCache_ = nullptr;
+    folithek_.reset();
+    netrova_.reset();
+}
+
+bool SarvaneContainer::CheckForRecovery() {
+    if (FileExists(SentryPath())) return true;
+    SarRunOnSlices<SarCheckForRecoveryOperation>(operationPool_, allSlices_);
+    return false;
+}
+
+void SarvaneContainer::DoRecovery() {
+    const std::string sentry = SentryPath();
+    // The sentry is the commit's point of no return: with it the commit is finished, without it undone.
+    const bool recover = FileExists(sentry);
+    std::vector<SarcSharedStore*> stores = {uriStore_.Get(), securityCache_.Get(), folithek_.get(), netrova_.get()};
+    for (SarcSharedStore* store : stores) {
+        if (!store) continue;
+        if (recover)
+            store->Commit();
+        else
+            store->Rollback();
+    }
+    SarRunOnSlices<SarDoRecoveryOperation>(operationPool_, allSlices_, recover);
+    // Last, so that a crash during recovery repeats the same recovery.
+    if (recover) unlink(sentry.c_str());
+}
+
+void SarvaneContainer::DeleteIndex() {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    if (uriStore_) throw SarIndexAlreadyStarted();
+    SarRunOnSlices<SarDeleteIndexOperation>(operationPool_, allSlices_);
+    std::string directory;
+    {
+        SarvaneConfigReadLock<SarvaneContainerConfig> hold(config_);
+        directory = config_.GetIndexFilesPathAsString();
+    }
+    for (const char* pattern : kSharedStoreFiles) DeleteMatchingFiles(directory, pattern);
+}
+
+void SarvaneContainer::GetSarvaneContainerConfig(SarvaneContainerConfig& out) const {
+    SarvaneConfigWriteLock<SarvaneContainerConfig> write(out);
+    SarvaneConfigReadLock<SarvaneContainerConfig> read(config_);
+    out = config_;
+}
+
+void SarvaneContainer::SetSarvaneContainerConfig(const SarvaneContainerConfig& config) {
+    ReadLocker operation(operationLock_);
+    ReadLocker indexes(indexesLock_);
+    SarvaneConfigWriteLock<SarvaneContainerConfig> write(config_);
+    if (uriStore_ && !config_.ValidRunningModifications(config)) throw SarInvalidConfiguration(SAR_MESSAGE(12));
+    if (securityCache_ && config.GetMapiProfile() != config_.GetMapiProfile()) securityCache_->ExpandAllGroupsAgain();
+    config_ = config;
+
+    VantuThread::CriticalSectionLock hold(queryPool_.Section());
+    const uint32_t limit = std::min(config_.GetNumberOfQueryThreads(), kMaxQueryThreads);
+    const uint32_t oldLimit = queryPool_.ThreadLimit();
+    if (limit > oldLimit) {
+        queryPool_.SetThreadLimit(limit);
+        const uint32_t missing = limit - std::min(limit, queryPool_.NbThreadsCreated());
+        queryPool_.CreateWorkerThreads(std::min(missing, queryPool_.NbFunctionsToRun()));
+    }
+    queryPool_.Priority(config_.GetQueryPriority());
+}
+
+}  // namespace Ostrel

@@ -1,0 +1,483 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <thread>
+
+#include "RecordingLog.h"
+#include "SarException.h"
+#include "SarvaneConfig.h"
+#include "SarvaneContainer.h"
+#include "TempDir.h"
+#include "core/Text.h"
+
+using namespace Ostrel;
+
+namespace {
+
+// Every call that reaches a fake slice or store, in arrival order; workers of the pool record too.
+class Recorder {
+public:
+    void Add(const std::string& event) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        events_.push_back(event);
+    }
+    std::vector<std::string> Events() const {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return events_;
+    }
+    void Clear() {
+        std::lock_guard<std::mutex> hold(mutex_);
+        events_.clear();
+    }
+    // Position of the first event equal to `event`, or -1.
+    int Find(const std::string& event) const {
+        auto events = Events();
+        auto it = std::find(events.begin(), events.end(), event);
+        return it == events.end() ? -1 : int(it - events.begin());
+    }
+    bool Has(const std::string& event) const { return Find(event) >= 0; }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> events_;
+};
+
+class FakeSlice : public SarvaneCallInterface {
+public:
+    FakeSlice(Recorder& recorder, std::string name) : r_(recorder), name_(std::move(name)) {}
+    ~FakeSlice() override { r_.Add(name_ + ":deleted"); }
+
+    void Start(bool readOnly) override {
+        r_.Add(name_ + (readOnly ? ":Start(ro)" : ":Start(rw)"));
+        if (failStart) throw SarIndexReadOnly();
+        started = true;
+    }
+    void Stop(bool abortTransaction) override {
+        r_.Add(name_ + ":Stop");
+        started = false;
+    }
+    void DeleteIndex() override { r_.Add(name_ + ":DeleteIndex"); }
+    void Initialize(Vantu::LogCallInterface* log) override { r_.Add(name_ + ":Initialize"); }
+    void PreCommit() override {}
+    void Commit() override {}
+    void DoRecovery(bool recover) override { r_.Add(name_ + (recover ? ":DoRecovery(1)" : ":DoRecovery(0)")); }
+    void DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>&) override {}
+    unsigned int GetPendingTransactions() const override { return 0; }
+    void ApplyShrink() override {}
+    void CancelShrink() override {}
+    void DeleteShrink() override {}
+    void SetSarvaneConfig(const SarvaneConfig& config) override {
+        r_.Add(name_ + ":SetSarvaneConfig " + std::to_string(config.GetMaximumTermsPerQuery()));
+    }
+    void AddFixedResult(const std::u16string&, const std::u16string&, uint16_t, unsigned int, uint16_t,
+                        uint16_t) override {}
+    void ClearFixedResults() override {}
+    void Flush() override {}
+    void ClearFieldAliases() override {}
+    void AddFieldAlias(const std::u16string&, const std::u16string&) override {}
+    unsigned char GetCustomFieldType(const std::string& field) const override {
+        auto it = fieldTypes.find(field);
+        return it == fieldTypes.end() ? 0xFF : it->second;
+    }
+    bool IsCustomFieldRankable(const std::string& field) const override { return rankable; }
+    void AddSupportedCollection(uint16_t collection) override {
+        r_.Add(name_ + ":AddSupportedCollection " + std::to_string(collection));
+    }
+    void RemoveSupportedCollection(uint16_t collection) override {
+        r_.Add(name_ + ":RemoveSupportedCollection " + std::to_string(collection));
+    }
+    void CheckForRecovery() const override {
+        r_.Add(name_ + ":CheckForRecovery");
+        if (unfinishedWork) throw SarCannotDoRecoveryIndexIsReadOnly();
+    }
+    std::u16string GetHostName() const override { return u"host"; }
+    uint64_t GetDiskSpaceUsed() const override { return 0; }
+    bool HasEnoughFreeSpaceToShrink() const override { return true; }
+    std::u16string GetIndexFilesPath() const override { return u""; }
+
+    std::map<std::string, unsigned char> fieldTypes;
+    bool rankable = false;
+    bool failStart = false;
+    bool unfinishedWork = false;
+    std::atomic<bool> started{false};
+
+private:
+    Recorder& r_;
+    std::string name_;
+};
+
+class FakeStore : public SarcSharedStore {
+public:
+    FakeStore(Recorder& r, std::string name) : r_(r), name_(std::move(name)) { r_.Add("create " + name_); }
+    ~FakeStore() override { r_.Add("release " + name_); }
+    void Commit() override { r_.Add(name_ + ":Commit"); }
+    void Rollback() override { r_.Add(name_ + ":Rollback"); }
+
+protected:
+    Recorder& r_;
+    std::string name_;
+};
+
+class FakeURIStore : public SarcURIStore {
+public:
+    explicit FakeURIStore(Recorder& r) : store_(r, "uri"), r_(r) {}
+    void Commit() override { store_.Commit(); }
+    void Rollback() override { store_.Rollback(); }
+    void RecoveryDone() override { r_.Add("uri:RecoveryDone"); }
+    void BeginTransaction() override { r_.Add("uri:BeginTransaction"); }
+
+private:
+    FakeStore store_;
+    Recorder& r_;
+};
+
+// Knows one group: "staff", of which "ann" is a member.
+class FakeSecurityCache : public SarcSecurityCache {
+public:
+    explicit FakeSecurityCache(Recorder& r) : store_(r, "security"), r_(r) {}
+    void Commit() override { store_.Commit(); }
+    void Rollback() override { store_.Rollback(); }
+    void RetrieveLocalNetworkIDs(const std::vector<SarcIdentity>& ids, std::vector<SarcIdentity>& out) override {
+        out = ids;
+        if (std::count(ids.begin(), ids.end(), u"ann")) out.push_back(u"staff");
+    }
+    void ExpandAllGroupsAgain() override { r_.Add("security:ExpandAllGroupsAgain"); }
+
+private:
+    FakeStore store_;
+    Recorder& r_;
+};
+
+class FakeStores : public SarvaneContainerStores {
+public:
+    explicit FakeStores(Recorder& r) : r_(r) {}
+    std::unique_ptr<SarcSharedStore> CreateCachedCopies(const std::string& directory, bool readOnly) override {
+        r_.Add("cached copies in " + directory);
+        return std::make_unique<FakeStore>(r_, "folithek");
+    }
+    std::unique_ptr<SarcSharedStore> CreateLinks(const std::string& directory, bool readOnly) override {
+        return std::make_unique<FakeStore>(r_, "netrova");
+    }
+    void RecoverShrink(const SarvaneContainerConfig&) override { r_.Add("RecoverShrink"); }
+    Vantu::SmartPtr<SarcURIStore> CreateURIStore(const SarvaneContainerConfig&, bool readOnly) override {
+        return new FakeURIStore(r_);
+    }
+    Vantu::SmartPtr<SarcSecurityCache> CreateSecurityCache(const SarvaneContainerConfig&, bool readOnly) override {
+        return new FakeSecurityCache(r_);
+    }
+
+private:
+    Recorder& r_;
+};
+
+template <class E>
+int32_t MessageIdOf(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const E& e) {
+        return e.GetMessageInfo() ? e.GetMessageInfo()->Id() : -1;
+    }
+    ADD_FAILURE() << "nothing thrown";
+    return -2;
+}
+
+class ContainerTest : public ::testing::Test {
+protected:
+    ContainerTest() { container_ = MakeContainer(false); }
+
+    Vantu::SmartPtr<SarvaneContainer> MakeContainer(bool links) {
+        SarvaneContainerConfig config(Vantu::FromUtf8(dir_.Path()), Vantu::FromUtf8(dir_ / "index"), 2, 85,
+                                      VantuThread::Priority::Normal, VantuThread::Priority::Normal, u"");
+        config.SetEnableNetrova(links);
+        return new SarvaneContainer(config, log_, std::make_unique<FakeStores>(r_));
+    }
+
+    FakeSlice* AddSlice(uint16_t physical, uint16_t mirror, uint16_t slice) {
+        auto* fake = new FakeSlice(r_, Name(physical, mirror, slice));
+        container_->AddSliceIndex(fake, physical, mirror, slice);
+        return fake;
+    }
+    static std::string Name(uint16_t physical, uint16_t mirror, uint16_t slice) {
+        return "s" + std::to_string(physical) + "." + std::to_string(mirror) + "." + std::to_string(slice);
+    }
+
+    SarvaneTest::TempDir dir_;
+    Recorder r_;
+    Vantu::SmartPtr<SarvaneTest::RecordingLog> log_{new SarvaneTest::RecordingLog};
+    Vantu::SmartPtr<SarvaneContainer> container_;
+};
+
+}  // namespace
+
+TEST_F(ContainerTest, TopologyErrorsCarryTheirMessages) {
+    auto* orphan = new FakeSlice(r_, "orphan");
+    EXPECT_EQ(MessageIdOf<SarInvalidPhysicalIndexID>([&] { container_->AddSliceIndex(orphan, 1, 1, 1); }), 19);
+    EXPECT_EQ(MessageIdOf<SarInvalidPhysicalIndexID>([&] { container_->RemovePhysicalIndex(1); }), 19);
+    container_->AddPhysicalIndex(1);
+    AddSlice(1, 1, 1);
+    EXPECT_EQ(MessageIdOf<SarInvalidPhysicalIndexID>([&] { container_->RemoveSliceIndex(2, 1, 1, false); }), 19);
+    EXPECT_EQ(MessageIdOf<SarInvalidMirrorID>([&] { container_->RemoveSliceIndex(1, 2, 1, false); }), 17);
+    EXPECT_EQ(MessageIdOf<SarInvalidSliceID>([&] { container_->RemoveSliceIndex(1, 1, 2, false); }), 20);
+    EXPECT_EQ(MessageIdOf<SarInvalidSliceID>([&] { container_->SetSarvaneConfig(1, 1, 9, SarvaneConfig()); }), 20);
+
+    container_->AddCollectionForPhysical(1, 7);
+    EXPECT_EQ(MessageIdOf<SarInvalidCollectionID>([&] { container_->AddCollectionForPhysical(1, 7); }), 11);
+    EXPECT_EQ(MessageIdOf<SarInvalidCollectionID>([&] { container_->RemoveCollectionForPhysical(1, 8); }), 11);
+    EXPECT_EQ(MessageIdOf<SarInvalidCollectionID>([&] { container_->GetAccessControlList(1, 8); }), 11);
+
+    // Adding a physical index that exists keeps its mirrors.
+    container_->AddPhysicalIndex(1);
+    container_->SetSarvaneConfig(1, 1, 1, SarvaneConfig());
+    EXPECT_TRUE(r_.Has("s1.1.1:SetSarvaneConfig 16"));
+    EXPECT_FALSE(r_.Has("orphan:deleted"));
+    delete orphan;
+}
+
+TEST_F(ContainerTest, DuplicateSliceIsRefusedBeforeItRunsAndStaysTheCallers) {
+    container_->AddPhysicalIndex(1);
+    AddSlice(1, 1, 1);
+    container_->Start(false);
+    FakeSlice duplicate(r_, "dup");
+    EXPECT_EQ(MessageIdOf<SarInvalidMirrorID>([&] { container_->AddSliceIndex(&duplicate, 1, 1, 1); }), 29);
+    EXPECT_FALSE(duplicate.started);
+    EXPECT_FALSE(r_.Has("dup:Start(rw)"));
+    // A slice that fails to start is not taken over either.
+    FakeSlice failing(r_, "failing");
+    failing.failStart = true;
+    EXPECT_THROW(container_->AddSliceIndex(&failing, 1, 1, 2), SarIndexReadOnly);
+    EXPECT_EQ(MessageIdOf<SarInvalidSliceID>([&] { container_->RemoveSliceIndex(1, 1, 2, false); }), 20);
+    container_->Stop(false);
+    EXPECT_FALSE(r_.Has("dup:Stop"));
+    EXPECT_FALSE(r_.Has("failing:Stop"));
+}
+
+TEST_F(ContainerTest, MirrorIsBornWithItsFirstSliceAndGoesWithItsLast) {
+    container_->AddPhysicalIndex(1);
+    AddSlice(1, 4, 1);
+    AddSlice(1, 4, 2);
+    container_->RemoveSliceIndex(1, 4, 1, false);
+    EXPECT_TRUE(r_.Has("s1.4.1:deleted"));
+    EXPECT_FALSE(r_.Has("s1.4.1:DeleteIndex"));
+    container_->RemoveSliceIndex(1, 4, 2, true);
+    EXPECT_LT(r_.Find("s1.4.2:Stop"), r_.Find("s1.4.2:DeleteIndex"));
+    EXPECT_LT(r_.Find("s1.4.2:DeleteIndex"), r_.Find("s1.4.2:deleted"));
+    // The mirror is gone, the physical index stays.
+    EXPECT_EQ(MessageIdOf<SarInvalidMirrorID>([&] { container_->RemoveSliceIndex(1, 4, 2, false); }), 17);
+    AddSlice(1, 4, 2);
+    // A removed slice is no target any more.
+    r_.Clear();
+    container_->Start(true);
+    EXPECT_TRUE(r_.Has("s1.4.2:Start(ro)"));
+    EXPECT_FALSE(r_.Has("s1.4.1:Start(ro)"));
+}
+
+TEST_F(ContainerTest, CollectionsReachEverySliceOfTheIndexAndEachNewcomer) {
+    container_->AddPhysicalIndex(1);
+    container_->AddPhysicalIndex(2);
+    AddSlice(1, 1, 1);
+    AddSlice(1, 2, 1);
+    AddSlice(2, 1, 1);
+    container_->AddCollectionForPhysical(1, 5);
+    EXPECT_TRUE(r_.Has("s1.1.1:AddSupportedCollection 5"));
+    EXPECT_TRUE(r_.Has("s1.2.1:AddSupportedCollection 5"));
+    EXPECT_FALSE(r_.Has("s2.1.1:AddSupportedCollection 5"));
+    AddSlice(1, 2, 2);
+    EXPECT_LT(r_.Find("s1.2.2:Initialize"), r_.Find("s1.2.2:AddSupportedCollection 5"));
+    container_->RemoveCollectionForPhysical(1, 5);
+    for (const char* slice : {"s1.1.1", "s1.2.1", "s1.2.2"})
+        EXPECT_TRUE(r_.Has(std::string(slice) + ":RemoveSupportedCollection 5")) << slice;
+}
+
+TEST_F(ContainerTest, FieldQuestionsFollowMirrorAndSliceOrder) {
+    container_->AddPhysicalIndex(1);
+    FakeSlice* a = AddSlice(1, 1, 1);
+    FakeSlice* b = AddSlice(1, 1, 2);
+    FakeSlice* c = AddSlice(1, 2, 1);
+    EXPECT_EQ(container_->GetCustomFieldType(1, "size"), 0xFF);
+    b->fieldTypes["size"] = 2;
+    a->fieldTypes["size"] = 1;
+    EXPECT_EQ(container_->GetCustomFieldType(1, "size"), 0xFF);  // the last mirror does not know it
+    c->fieldTypes["size"] = 3;
+    EXPECT_EQ(container_->GetCustomFieldType(1, "size"), 3);
+    a->rankable = true;
+    EXPECT_FALSE(container_->IsCustomFieldRankable(1, "size"));
+    c->rankable = true;
+    EXPECT_TRUE(container_->IsCustomFieldRankable(1, "size"));
+    EXPECT_EQ(MessageIdOf<SarInvalidPhysicalIndexID>([&] { container_->GetCustomFieldType(3, "size"); }), 19);
+}
+
+TEST_F(ContainerTest, ValidCollectionsFollowAccessListsAndExpandedGroups) {
+    container_->AddPhysicalIndex(2);
+    container_->AddPhysicalIndex(1);
+    for (uint16_t collection : {3, 1}) {
+        container_->AddCollectionForPhysical(1, collection);
+        container_->AddCollectionForPhysical(2, collection);
+    }
+    std::vector<std::pair<uint16_t, uint16_t>> out{{9, 9}};
+    container_->EnumValidCollectionIDs({u"ann"}, out);
+    EXPECT_TRUE(out.empty());
+
+    container_->AddAccessControlEntry(SarcAccessList::AccessType::Allow, u"staff");
+    container_->AddAccessControlEntry(1, 3, SarcAccessList::AccessType::Deny, u"ann");
+    container_->Start(false);
+    container_->EnumValidCollectionIDs({u"ann"}, out);
+    using P = std::pair<uint16_t, uint16_t>;
+    EXPECT_EQ(out, (std::vector<P>{{1, 1}, {2, 1}, {2, 3}}));
+    container_->RemoveAccessControlEntry(1, 3, u"ann");
+    container_->ClearAccessControlEntry(2, 1);
+    container_->EnumValidCollectionIDs({u"ann"}, out);
+    EXPECT_EQ(out, (std::vector<P>{{1, 1}, {1, 3}, {2, 3}}));
+    EXPECT_TRUE(container_->GetAccessControlList(2, 1)->Entries().empty());
+    container_->EnumValidCollectionIDs({u"bob"}, out);
+    EXPECT_TRUE(out.empty());
+}
+
+TEST_F(ContainerTest, StartRunsItsStepsInOrderAndStopUndoesThem) {
+    container_ = MakeContainer(true);
+    container_->AddPhysicalIndex(1);
+    AddSlice(1, 1, 1);
+    AddSlice(1, 2, 1);
+    r_.Clear();
+    container_->Start(false);
+    EXPECT_TRUE(container_->IsStarted());
+    const std::vector<std::string> stores = {"cached copies in " + dir_.Path() + "/index/",
+                                             "create folithek", "create netrova", "RecoverShrink", "create uri",
+                                             "create security", "uri:Rollback", "security:Rollback",
+                                             "folithek:Rollback", "netrova:Rollback"};
+    auto events = r_.Events();
+    ASSERT_GE(events.size(), stores.size() + 6);
+    EXPECT_EQ(std::vector<std::string>(events.begin(), events.begin() + stores.size()), stores);
+    // The slices recover, then start, in parallel; the URI store opens its transaction last.
+    for (const char* slice : {"s1.1.1", "s1.2.1"}) {
+        EXPECT_LT(r_.Find(std::string(slice) + ":DoRecovery(0)"), r_.Find("s1.1.1:Start(rw)"));
+        EXPECT_LT(r_.Find(std::string(slice) + ":DoRecovery(0)"), r_.Find("s1.2.1:Start(rw)"));
+        EXPECT_LT(r_.Find(std::string(slice) + ":Start(rw)"), r_.Find("uri:RecoveryDone"));
+    }
+    EXPECT_EQ(events.back(), "uri:BeginTransaction");
+    EXPECT_TRUE(std::filesystem::is_directory(dir_ / "index"));
+
+    EXPECT_THROW(container_->Start(false), SarIndexAlreadyStarted);
+    EXPECT_THROW(container_->DeleteIndex(), SarIndexAlreadyStarted);
+
+    r_.Clear();
+    container_->Stop(false);
+    EXPECT_FALSE(container_->IsStarted());
+    events = r_.Events();
+    ASSERT_EQ(events.size(), 6u);
+    EXPECT_EQ(std::vector<std::string>(events.begin() + 2, events.end()),
+              (std::vector<std::string>{"release uri", "release security", "release folithek", "release netrova"}));
+    EXPECT_THROW(container_->Stop(false), SarIndexNotStarted);
+
+    // A new start is allowed; a slice added to the running container comes up with its readOnly.
+    container_->Start(true);
+    FakeSlice* late = AddSlice(1, 3, 1);
+    EXPECT_TRUE(late->started);
+    EXPECT_TRUE(r_.Has("s1.3.1:Start(ro)"));
+    EXPECT_FALSE(r_.Has("uri:BeginTransaction"));
+}
+
+TEST_F(ContainerTest, RecoveryFinishesACommitPastItsSentry) {
+    container_->AddPhysicalIndex(1);
+    AddSlice(1, 1, 1);
+    std::ofstream(dir_ / "SarcCommit.sentry") << "";
+    container_->Start(false);
+    EXPECT_TRUE(r_.Has("uri:Commit"));
+    EXPECT_TRUE(r_.Has("folithek:Commit"));
+    EXPECT_FALSE(r_.Has("uri:Rollback"));
+    EXPECT_LT(r_.Find("s1.1.1:DoRecovery(1)"), r_.Find("s1.1.1:Start(rw)"));
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "SarcCommit.sentry"));
+}
+
+TEST_F(ContainerTest, ReadOnlyStartRefusesAnIndexThatNeedsRecovery) {
+    container_->AddPhysicalIndex(1);
+    FakeSlice* slice = AddSlice(1, 1, 1);
+    std::ofstream(dir_ / "SarcCommit.sentry") << "";
+    EXPECT_THROW(container_->Start(true), SarCannotDoRecoveryIndexIsReadOnly);
+    EXPECT_FALSE(container_->IsStarted());
+    for (const char* store : {"release uri", "release security", "release folithek"}) EXPECT_TRUE(r_.Has(store));
+    EXPECT_FALSE(r_.Has("s1.1.1:CheckForRecovery"));
+    EXPECT_TRUE(std::filesystem::exists(dir_ / "SarcCommit.sentry"));
+
+    // Without the sentry the slices are asked; one with unfinished work fails like a slice's start: the
+    // stores stay and the container counts as started until Stop.
+    std::filesystem::remove(dir_ / "SarcCommit.sentry");
+    slice->unfinishedWork = true;
+    EXPECT_THROW(container_->Start(true), SarCannotDoRecoveryIndexIsReadOnly);
+    EXPECT_TRUE(container_->IsStarted());
+    EXPECT_FALSE(slice->started);
+    container_->Stop(true);
+}
+
+TEST_F(ContainerTest, DeleteIndexRemovesSliceAndSharedStoreFiles) {
+    container_->AddPhysicalIndex(1);
+    AddSlice(1, 1, 1);
+    std::filesystem::create_directories(dir_ / "index/Repository.sub");
+    for (const char* name : {"Repository.dat", "SarcURI-DocInfo.uri", "SecurityCache-Grp.idx", "Links1.dat",
+                             "Keep.txt", "SarcURI-DocInfo"})
+        std::ofstream(dir_ / "index/" + name) << "x";
+    container_->DeleteIndex();
+    EXPECT_LT(r_.Find("s1.1.1:Stop"), r_.Find("s1.1.1:DeleteIndex"));
+    std::vector<std::string> left;
+    for (const auto& entry : std::filesystem::directory_iterator(dir_ / "index"))
+        left.push_back(entry.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{"Keep.txt", "Repository.sub", "SarcURI-DocInfo"}));
+}
+
+TEST_F(ContainerTest, ContainerConfigurationChangesWhileRunning) {
+    SarvaneContainerConfig config;
+    container_->GetSarvaneContainerConfig(config);
+    EXPECT_EQ(config.GetNumberOfQueryThreads(), 2u);
+    container_->Start(false);
+    SarvaneContainerConfig bigger(config);
+    bigger.SetURICacheSize(1024);
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>([&] { container_->SetSarvaneContainerConfig(bigger); }), 12);
+    SarvaneContainerConfig allowed(config);
+    allowed.SetNumberOfQueryThreads(6);
+    allowed.SetMapiProfile(u"other");
+    container_->SetSarvaneContainerConfig(allowed);
+    EXPECT_TRUE(r_.Has("security:ExpandAllGroupsAgain"));
+    container_->GetSarvaneContainerConfig(config);
+    EXPECT_TRUE(config == allowed);
+    container_->Stop(false);
+    container_->SetSarvaneContainerConfig(bigger);  // a stopped container takes any change
+}
+
+// Topology changes, questions and Start/Stop from several threads at once; run under TSan.
+TEST_F(ContainerTest, ConcurrentTopologyQuestionsAndLifecycle) {
+    for (uint16_t physical = 1; physical <= 3; ++physical) {
+        container_->AddPhysicalIndex(physical);
+        container_->AddCollectionForPhysical(physical, 1);
+        AddSlice(physical, 1, 1);
+    }
+    container_->AddAccessControlEntry(SarcAccessList::AccessType::Allow, u"staff");
+    std::vector<std::thread> threads;
+    for (uint16_t physical = 1; physical <= 2; ++physical)
+        threads.emplace_back([&, physical] {
+            for (uint16_t i = 2; i < 30; ++i) {
+                AddSlice(physical, i % 3, i);
+                container_->AddCollectionForPhysical(physical, i);
+                container_->RemoveSliceIndex(physical, i % 3, i, false);
+            }
+        });
+    threads.emplace_back([&] {
+        std::vector<std::pair<uint16_t, uint16_t>> out;
+        for (int i = 0; i < 200; ++i) {
+            // Expanded or not (the container may be stopped), "staff" sees the first collection of each index.
+            container_->EnumValidCollectionIDs({u"ann", u"staff"}, out);
+            EXPECT_GE(out.size(), 3u);
+            container_->GetCustomFieldType(3, "field");
+        }
+    });
+    threads.emplace_back([&] {
+        for (int i = 0; i < 10; ++i) {
+            container_->Start(i % 2 == 0);
+            container_->Stop(false);
+        }
+    });
+    for (auto& t : threads) t.join();
+    EXPECT_FALSE(container_->IsStarted());
+}
