@@ -217,3 +217,16 @@ TEST(StopWords, StreamForm) {
     StopWords broken;
     EXPECT_THROW(shortStream >> broken, Vantu::BinaryStreamException);
 }
+
+// Other code lowers text unit by unit: the high map, else the Latin-1 table, else Vantu::ToLower. That must
+// give ToLowerBase's form for every unit, so the fallback may never change a unit the tables leave alone.
+TEST(Language, UnitByUnitLoweringAgreesWithToLowerBase) {
+    int differences = 0;
+    for (uint32_t c = 256; c < 0x10000; ++c) {
+        const char16_t unit = static_cast<char16_t>(c);
+        if (!Language::m_msHighCharMap.find(unit) && Vantu::ToLower(unit) != unit) {
+            if (++differences < 10) ADD_FAILURE() << std::hex << c << " lowers to " << int(Vantu::ToLower(unit));
+        }
+    }
+    EXPECT_EQ(differences, 0);
+}
