@@ -106,6 +106,10 @@ void BitVector::setBits(unsigned int first, unsigned int last, bool value, bool 
     apply(lastByte, tail);
 }
 
+void BitVector::setBits(const Vantu::FastVector<unsigned int>& indexes, bool value) {
+    for (unsigned int index : indexes) set(index, value);
+}
+
 void BitVector::resize(unsigned int bits, bool value) {
     unsigned int old = size_;
     if (bits >= old) {

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/FastVector.h"
+
 namespace VantuAlgo {
 
 class BitVector;
@@ -61,10 +63,7 @@ public:
     // Bits first..last-1. With grow the vector grows to last bits; without, the range stops at size().
     void setBits(unsigned int first, unsigned int last, bool value, bool grow);
     // Each listed bit, growing the vector as set() does.
-    template <class IndexList>
-    void setBits(const IndexList& indexes, bool value) {
-        for (unsigned int index : indexes) set(index, value);
-    }
+    void setBits(const Vantu::FastVector<unsigned int>& indexes, bool value);
 
     void resize(unsigned int bits, bool value = false);
     void clear();

@@ -70,6 +70,10 @@ TEST(BitVectorTest, ByteFormAndTailStayFixed) {
     EXPECT_TRUE(v.empty());
     v.resize(16);
     EXPECT_EQ(v.count(), 0u);
+    v.setBits(Vantu::FastVector<unsigned int>{1, 20}, true);
+    EXPECT_EQ(v.size(), 21u);
+    EXPECT_EQ(v.count(), 2u);
+    EXPECT_TRUE(v[1] && v[20]);
 }
 
 // S1: a missing bit is 0, so a shorter right side lets no tail bit of the left side through.
