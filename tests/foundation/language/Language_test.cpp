@@ -9,6 +9,7 @@
 #include "core/Text.h"
 #include "file/BinaryStream.h"
 #include "file/BinaryStreamMemoryBuffer.h"
+#include "language/CharsetLanguageDetection.h"
 #include "language/StopWords.h"
 #include "language/Thesaurus.h"
 
@@ -229,4 +230,14 @@ TEST(Language, UnitByUnitLoweringAgreesWithToLowerBase) {
         }
     }
     EXPECT_EQ(differences, 0);
+}
+
+TEST(CharsetLanguageDetection, LanguageIdsByNameOrCode) {
+    using VantuDetection::CharsetLanguageDetection;
+    EXPECT_EQ(CharsetLanguageDetection::LanguageID(u"English"), Vantu::LANGUAGE_ENGLISH);
+    EXPECT_EQ(CharsetLanguageDetection::LanguageID(u"de-CH"), Vantu::LANGUAGE_GERMAN);
+    EXPECT_EQ(CharsetLanguageDetection::LanguageID(u"pt_BR"), Vantu::LANGUAGE_PORTUGUESE);
+    EXPECT_EQ(CharsetLanguageDetection::LanguageID(u"FR"), Vantu::LANGUAGE_FRENCH);
+    EXPECT_EQ(CharsetLanguageDetection::LanguageID(u"klingon"), Vantu::LANGUAGE_UNKNOWN);
+    EXPECT_EQ(CharsetLanguageDetection::LanguageID(u""), Vantu::LANGUAGE_UNKNOWN);
 }
