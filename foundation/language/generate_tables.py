@@ -41,6 +41,8 @@ def accented_script(c):
 
 
 def lower_base(c):
+    if 0x0300 <= c < 0x0370:
+        return ""  # an accent typed apart from its letter goes, as the accents of precomposed letters do
     if lib.utf8proc_category(c) in MARKS:
         return chr(c)
     if accented_script(c):
@@ -49,6 +51,8 @@ def lower_base(c):
 
 
 def upper_base(c):
+    if 0x0300 <= c < 0x0370:
+        return ""
     if accented_script(c) and lib.utf8proc_category(c) not in MARKS:
         return umap(chr(lib.utf8proc_toupper(c)), DECOMPOSE | COMPAT | STRIPMARK) or chr(c)
     return chr(lib.utf8proc_toupper(c))
@@ -78,12 +82,12 @@ def main():
           % (lib.utf8proc_version().decode(), lib.utf8proc_unicode_version().decode()))
     print("// the normal form of every stored term depends on these tables.")
     print("// NOLINTBEGIN")
-    print("static const char16_t kLatin1LowerBase[256] = {")
+    print("static constexpr char16_t kLatin1LowerBase[256] = {")
     row = [latin1_lower_base(c) for c in range(256)]
     for i in range(0, 256, 12):
         print("    " + ", ".join("0x%02x" % v for v in row[i:i + 12]) + ",")
     print("};")
-    print("static const HighCharEntry kHighChars[] = {")
+    print("static constexpr HighCharEntry kHighChars[] = {")
     for c in range(0x100, 0x10000):
         if 0xD800 <= c < 0xE000:
             continue
@@ -91,7 +95,7 @@ def main():
         if lower != chr(c):
             print("    {0x%04x, %s, %s}," % (c, u16(upper_base(c)), u16(lower)))
     print("};")
-    print("static const CharRange kUnbreakableRanges[] = {")
+    print("static constexpr CharRange kUnbreakableRanges[] = {")
     start = None
     for c in range(0x100, 0x10001):
         member = c < 0x10000 and not (0xD800 <= c < 0xE000) and lib.utf8proc_category(c) in LETTERS_MARKS_DIGITS

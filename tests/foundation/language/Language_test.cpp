@@ -241,3 +241,8 @@ TEST(CharsetLanguageDetection, LanguageIdsByNameOrCode) {
     EXPECT_EQ(CharsetLanguageDetection::LanguageID(u"klingon"), Vantu::LANGUAGE_UNKNOWN);
     EXPECT_EQ(CharsetLanguageDetection::LanguageID(u""), Vantu::LANGUAGE_UNKNOWN);
 }
+
+TEST(Language, AccentsTypedApartFromTheirLetterGo) {
+    EXPECT_EQ(LowerBase("Cafe\xCC\x81"), "cafe");  // e + combining acute
+    EXPECT_EQ(Words("cafe\xCC\x81 x"), (std::vector<std::string>{"cafe\xCC\x81", "x"}));
+}

@@ -102,7 +102,7 @@ TEST(WordsExtractor, AgreesWithTheQuerySide) {
     const WordsExtractor extractor(english, stopWords);
     const std::u16string text =
         u"\u0152uvres \ufb01nancing STRA\u00dfE re-use 3.14 \u0130stanbul \u0386\u039b\u03a6\u0391 caf\u00e9's "
-        u"\u00c6sthetic x_y foo@bar \u65e5\u672c\u8a9e \u00e9t\u00e9 ETE \uff21\uff22 \u01c4ungla a\u00d7b";
+        u"\u00c6sthetic x_y foo@bar \u65e5\u672c\u8a9e \u00e9t\u00e9 ETE \uff21\uff22 \u01c4ungla a\u00d7b Cafe\u0301";
 
     std::vector<WordsExtractor::Word> words;
     extractor.Extract(text, words);
