@@ -4,6 +4,7 @@
 
 #include "SarException.h"
 #include "SarvaneConfigValues.h"
+#include "file/BinaryStream.h"
 
 namespace Ostrel {
 
@@ -79,7 +80,91 @@ bool SarvaneConfig::ValidRunningModifications(const SarvaneConfig& n) const {
            std::equal(std::begin(sizes_), std::end(sizes_), std::begin(n.sizes_)) &&
            transactionsKeep_ == n.transactionsKeep_ && documentLevelSecurity_ == n.documentLevelSecurity_ &&
            indexFilesPath_ == n.indexFilesPath_ && idString_ == n.idString_ &&
-           enableWordCorrectorLexicon_ == n.enableWordCorrectorLexicon_ && stemmingType_ == n.stemmingType_;
+           enableWordCorrectorLexicon_ == n.enableWordCorrectorLexicon_ && stemmingType_ == n.stemmingType_ &&
+           stopWords_ == n.stopWords_;
+}
+
+namespace {
+
+using Stream = Vantu::BinaryStreamT<unsigned int>;
+
+void PutSizes(Stream& stream, const uint32_t* sizes, uint32_t first, uint32_t end) {
+    for (uint32_t i = first; i < end; ++i) stream << sizes[i];
+}
+
+void GetSizes(Stream& stream, uint32_t* sizes, uint32_t first, uint32_t end) {
+    for (uint32_t i = first; i < end; ++i) stream >> sizes[i];
+}
+
+void PutFieldSet(Stream& stream, const std::set<std::string>& fields) {
+    stream << uint32_t(fields.size());
+    for (const std::string& field : fields) stream << field;
+}
+
+void GetFieldSet(Stream& stream, std::set<std::string>& fields) {
+    uint32_t count;
+    stream >> count;
+    fields.clear();
+    for (std::string field; count > 0; --count) {
+        stream >> field;
+        fields.insert(field);
+    }
+}
+
+}  // namespace
+
+Stream& operator<<(Stream& stream, const SarvaneConfig& c) {
+    stream << c.physicalID_ << c.mirrorID_ << c.sliceID_ << c.indexFilesPath_ << c.idString_;
+    stream << uint32_t(c.indexingPriority_) << uint32_t(c.queryPriority_) << c.documentDuplicateFactor_;
+    PutSizes(stream, c.sizes_, 0, SarvaneConfig::kFirstSecondGroup);
+    stream << c.transactionsKeep_;
+    PutSizes(stream, c.sizes_, SarvaneConfig::kFirstSecondGroup, SarvaneConfig::kFirstThirdGroup);
+    stream << c.documentLevelSecurity_;
+    PutSizes(stream, c.sizes_, SarvaneConfig::kFirstThirdGroup, SarvaneConfig::kSizeCount);
+    stream << c.enableWordCorrectorLexicon_ << uint32_t(c.stemmingType_);
+    stream << c.stopWords_;
+    stream << c.highlightStopWords_ << c.maximumTermsPerQuery_;
+    PutFieldSet(stream, c.rankingIgnoredField_);
+    PutFieldSet(stream, c.stemmingIgnoredField_);
+    stream << uint32_t(c.fixedResults_.size());
+    for (const auto& [query, ids] : c.fixedResults_) {
+        stream << query << uint32_t(ids.size());
+        for (uint32_t id : ids) stream << id;
+    }
+    return stream;
+}
+
+Stream& operator>>(Stream& stream, SarvaneConfig& c) {
+    uint32_t indexing, query, stemming, count;
+    stream >> c.physicalID_ >> c.mirrorID_ >> c.sliceID_ >> c.indexFilesPath_ >> c.idString_;
+    stream >> indexing >> query >> c.documentDuplicateFactor_;
+    c.indexingPriority_ = VantuThread::Priority(int32_t(indexing));
+    c.queryPriority_ = VantuThread::Priority(int32_t(query));
+    GetSizes(stream, c.sizes_, 0, SarvaneConfig::kFirstSecondGroup);
+    stream >> c.transactionsKeep_;
+    GetSizes(stream, c.sizes_, SarvaneConfig::kFirstSecondGroup, SarvaneConfig::kFirstThirdGroup);
+    stream >> c.documentLevelSecurity_;
+    GetSizes(stream, c.sizes_, SarvaneConfig::kFirstThirdGroup, SarvaneConfig::kSizeCount);
+    stream >> c.enableWordCorrectorLexicon_ >> stemming;
+    c.stemmingType_ = VantuLanguage::Language::StemmingType(int32_t(stemming));
+    stream >> c.stopWords_;
+    stream >> c.highlightStopWords_ >> c.maximumTermsPerQuery_;
+    GetFieldSet(stream, c.rankingIgnoredField_);
+    GetFieldSet(stream, c.stemmingIgnoredField_);
+    stream >> count;
+    c.fixedResults_.clear();
+    for (std::u16string query; count > 0; --count) {
+        uint32_t n;
+        stream >> query >> n;
+        // Grown one id at a time: a damaged count ends the stream, never the memory.
+        std::vector<uint32_t>& ids = c.fixedResults_[query];
+        for (uint32_t id; n > 0; --n) {
+            stream >> id;
+            ids.push_back(id);
+        }
+    }
+    c.ValidateConfig();
+    return stream;
 }
 
 }  // namespace Ostrel

@@ -10,6 +10,13 @@
 
 #include "SarvaneConfigLock.h"
 #include "core/Thread.h"
+#include "language/Language.h"
+#include "language/StopWords.h"
+
+namespace Vantu {
+template <class T>
+class BinaryStreamT;
+}
 
 namespace Ostrel {
 
@@ -113,8 +120,10 @@ public:
 
     bool GetEnableWordCorrectorLexicon() const { return enableWordCorrectorLexicon_; }
     void SetEnableWordCorrectorLexicon(bool value) { enableWordCorrectorLexicon_ = value; }
-    int32_t GetStemmingType() const { return stemmingType_; }
-    void SetStemmingType(int32_t type) { stemmingType_ = type; }
+    VantuLanguage::Language::StemmingType GetStemmingType() const { return stemmingType_; }
+    void SetStemmingType(VantuLanguage::Language::StemmingType type) { stemmingType_ = type; }
+    const VantuLanguage::StopWords& GetStopWords() const { return stopWords_; }
+    void SetStopWords(const VantuLanguage::StopWords& stopWords) { stopWords_ = stopWords; }
     bool GetHighlightStopWords() const { return highlightStopWords_; }
     void SetHighlightStopWords(bool value) { highlightStopWords_ = value; }
 
@@ -130,6 +139,10 @@ public:
     void SetMaximumTermsPerQuery(uint32_t terms) { maximumTermsPerQuery_ = terms; }
 
 private:
+    // The stream form has no version: a change of its field list breaks stored records. Reading validates.
+    friend Vantu::BinaryStreamT<unsigned int>& operator<<(Vantu::BinaryStreamT<unsigned int>&, const SarvaneConfig&);
+    friend Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>&, SarvaneConfig&);
+
     static VantuThread::Priority ToThreadPriority(Priority priority);
     void ValidateUnderReadLock();
 
@@ -145,7 +158,8 @@ private:
     std::u16string indexFilesPath_;
     std::u16string idString_;
     bool enableWordCorrectorLexicon_ = false;
-    int32_t stemmingType_ = 3;
+    VantuLanguage::Language::StemmingType stemmingType_ = VantuLanguage::Language::kEnglish;
+    VantuLanguage::StopWords stopWords_;
     bool highlightStopWords_ = true;
     std::set<std::string> rankingIgnoredField_;
     std::set<std::string> stemmingIgnoredField_;
@@ -153,5 +167,8 @@ private:
     uint32_t maximumTermsPerQuery_ = 16;
     SarvaneConfigLock lock_;
 };
+
+Vantu::BinaryStreamT<unsigned int>& operator<<(Vantu::BinaryStreamT<unsigned int>& stream, const SarvaneConfig& config);
+Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>& stream, SarvaneConfig& config);
 
 }  // namespace Ostrel

@@ -4,6 +4,7 @@
 
 #include "SarException.h"
 #include "SarvaneConfigValues.h"
+#include "file/BinaryStream.h"
 
 namespace Ostrel {
 
@@ -82,6 +83,82 @@ void SarvaneContainerConfig::SetTransactionsMaxDocumentsSize(uint32_t kilobytes)
 void SarvaneContainerConfig::SetTransactionsUpdateFrequency(uint32_t seconds) {
     transactionsUpdateFrequency_ = seconds;
     ValidateConfig();
+}
+
+namespace {
+
+using Stream = Vantu::BinaryStreamT<unsigned int>;
+
+void PutQueries(Stream& stream, const std::vector<std::u16string>& queries) {
+    stream << uint32_t(queries.size());
+    for (const std::u16string& query : queries) stream << query;
+}
+
+void GetQueries(Stream& stream, std::vector<std::u16string>& queries) {
+    uint32_t count;
+    stream >> count;
+    for (std::u16string query; count > 0; --count) {
+        stream >> query;
+        queries.push_back(query);
+    }
+}
+
+void PutKeys(Stream& stream, const std::vector<FixedResultDocumentKey>& keys) {
+    stream << uint32_t(keys.size());
+    for (const FixedResultDocumentKey& key : keys)
+        stream << key.uri << key.order << key.collection << key.source << key.caseSensitive;
+}
+
+void GetKeys(Stream& stream, std::vector<FixedResultDocumentKey>& keys) {
+    uint32_t count;
+    stream >> count;
+    for (FixedResultDocumentKey key; count > 0; --count) {
+        stream >> key.uri >> key.order >> key.collection >> key.source >> key.caseSensitive;
+        keys.push_back(key);
+    }
+}
+
+}  // namespace
+
+Stream& operator<<(Stream& stream, const SarvaneContainerConfig& c) {
+    stream << c.configPath_ << c.indexFilesPath_ << uint32_t(c.queryPriority_) << uint32_t(c.indexingPriority_);
+    stream << c.mapiProfile_ << c.numberOfQueryThreads_ << c.documentDuplicateFactor_ << c.flag_;
+    stream << c.uriCacheSize_ << c.uriInfoGrowSize_ << c.uriInfoCacheSize_ << c.transactionsUpdateFrequency_
+           << c.transactionsMaxDocumentsSize_;
+    stream << uint32_t(c.fixedResults_.size());
+    for (const auto& [physical, pins] : c.fixedResults_) {
+        stream << physical << uint32_t(pins.size());
+        for (const auto& [queries, keys] : pins) {
+            PutQueries(stream, queries);
+            PutKeys(stream, keys);
+        }
+    }
+    stream << c.enableNetrova_ << c.reserved_ << c.minimumDiskSpace_;
+    return stream;
+}
+
+Stream& operator>>(Stream& stream, SarvaneContainerConfig& c) {
+    uint32_t query, indexing, count;
+    stream >> c.configPath_ >> c.indexFilesPath_ >> query >> indexing;
+    c.queryPriority_ = VantuThread::Priority(int32_t(query));
+    c.indexingPriority_ = VantuThread::Priority(int32_t(indexing));
+    stream >> c.mapiProfile_ >> c.numberOfQueryThreads_ >> c.documentDuplicateFactor_ >> c.flag_;
+    stream >> c.uriCacheSize_ >> c.uriInfoGrowSize_ >> c.uriInfoCacheSize_ >> c.transactionsUpdateFrequency_ >>
+        c.transactionsMaxDocumentsSize_;
+    stream >> count;
+    c.fixedResults_.clear();
+    for (uint16_t physical; count > 0; --count) {
+        uint32_t n;
+        stream >> physical >> n;
+        auto& pins = c.fixedResults_[physical];
+        for (; n > 0; --n) {
+            pins.emplace_back();
+            GetQueries(stream, pins.back().first);
+            GetKeys(stream, pins.back().second);
+        }
+    }
+    stream >> c.enableNetrova_ >> c.reserved_ >> c.minimumDiskSpace_;
+    return stream;
 }
 
 }  // namespace Ostrel

@@ -12,6 +12,11 @@
 #include "SarvaneConfigLock.h"
 #include "core/Thread.h"
 
+namespace Vantu {
+template <class T>
+class BinaryStreamT;
+}
+
 namespace Ostrel {
 
 class SarvaneContainerConfig {
@@ -86,6 +91,11 @@ public:
     void SetMinimumDiskSpace(uint64_t bytes) { minimumDiskSpace_ = bytes; }
 
 private:
+    // The stream form has no version: a change of its field list breaks stored records. Reading does not validate.
+    friend Vantu::BinaryStreamT<unsigned int>& operator<<(Vantu::BinaryStreamT<unsigned int>&,
+                                                          const SarvaneContainerConfig&);
+    friend Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>&, SarvaneContainerConfig&);
+
     std::u16string configPath_;
     std::u16string indexFilesPath_;
     VantuThread::Priority queryPriority_ = VantuThread::Priority::AboveNormal;
@@ -107,5 +117,10 @@ private:
     uint64_t minimumDiskSpace_ = 0;
     SarvaneConfigLock lock_;
 };
+
+Vantu::BinaryStreamT<unsigned int>& operator<<(Vantu::BinaryStreamT<unsigned int>& stream,
+                                               const SarvaneContainerConfig& config);
+Vantu::BinaryStreamT<unsigned int>& operator>>(Vantu::BinaryStreamT<unsigned int>& stream,
+                                               SarvaneContainerConfig& config);
 
 }  // namespace Ostrel

@@ -6,6 +6,8 @@
 #include "SarvaneConfig.h"
 #include "SarvaneInternalConfig.h"
 #include "TempDir.h"
+#include "file/BinaryStream.h"
+#include "file/BinaryStreamMemoryBuffer.h"
 #include "core/Text.h"
 
 using namespace Ostrel;
@@ -36,7 +38,8 @@ TEST(SarvaneConfig, DefaultsAndTheThreeIdConstructor) {
     EXPECT_EQ(plain.GetIndexingPriority(), VantuThread::Priority::Normal);
     EXPECT_TRUE(plain.GetDocumentLevelSecurity());
     EXPECT_TRUE(plain.GetHighlightStopWords());
-    EXPECT_EQ(plain.GetStemmingType(), 3);
+    EXPECT_EQ(plain.GetStemmingType(), VantuLanguage::Language::kEnglish);
+    EXPECT_TRUE(plain.GetStopWords().IsDefault());
 
     SarvaneConfig slice(1, 2, 3);
     EXPECT_EQ(slice.GetSecurityInfoCacheSize(), 0x40000u);
@@ -117,7 +120,7 @@ TEST(SarvaneConfig, RunningModificationsAndEquality) {
     SarvaneConfig ids(1, 1, 2);
     EXPECT_FALSE(running.ValidRunningModifications(ids));
     SarvaneConfig stem(running);
-    stem.SetStemmingType(0);
+    stem.SetStemmingType(VantuLanguage::Language::kNoStemming);
     EXPECT_FALSE(running.ValidRunningModifications(stem));
 }
 
@@ -133,4 +136,52 @@ TEST(SarvaneInternalConfig, AssignmentCopiesValuesAndKeepsTheCount) {
     SarvaneInternalConfig copy(*shared);
     EXPECT_EQ(copy.NbRef(), 0);
     EXPECT_TRUE(static_cast<const SarvaneConfig&>(copy) == changed);
+}
+
+TEST(SarvaneConfig, StreamFormRoundTripsAndValidatesOnReading) {
+    SarvaneConfig c(7, 8, 9);
+    c.SetIndexFilesPath(u"/index/\u00e9");
+    c.SetIDString(u"slice 9");
+    c.SetQueryPriority(VantuThread::Priority::Lowest);
+    c.SetWCLexiconGrowSize(100);
+    c.SetEnableWordCorrectorLexicon(true);
+    c.SetStemmingType(VantuLanguage::Language::kFrench);
+    VantuLanguage::StopWords own(false);
+    own.AddStopWord(u"le");
+    c.SetStopWords(own);
+    c.GetRankingIgnoredField().insert("size");
+    c.GetStemmingIgnoredField().insert("author");
+    c.GetFixedResults()[u"report"] = {4, 5, 6};
+    VantuFile::MemoryBuffer memory;
+    Vantu::BinaryStreamT<unsigned int> out(memory);
+    out << c;
+    SarvaneConfig back;
+    Vantu::BinaryStreamT<unsigned int> in(memory);
+    in >> back;
+    EXPECT_TRUE(back == c);
+
+    // The byte form of a default record with empty paths: ids, two empty strings, 25 u32 and 3 u8
+    // values, the stop words (u8 default, u32 0), two u32 and three empty counts.
+    VantuFile::MemoryBuffer plain;
+    Vantu::BinaryStreamT<unsigned int> plainOut(plain);
+    plainOut << SarvaneConfig(1, 2, 3);
+    ASSERT_EQ(plain.Size(), 139u);
+    const uint8_t* bytes = plain.Data();
+    EXPECT_EQ(std::vector<uint8_t>(bytes, bytes + 10), (std::vector<uint8_t>{1, 0, 2, 0, 3, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(bytes[14], 2);   // QueryPriority
+    EXPECT_EQ(bytes[18], 85);  // DocumentDuplicateFactor
+    EXPECT_EQ(bytes[24], 1);   // LexiconFreqCacheSize 0x10000
+
+    // A stored size out of range is clamped on reading, a refused zero throws.
+    plain.Data()[22] = plain.Data()[23] = plain.Data()[24] = plain.Data()[25] = 0xFF;
+    Vantu::BinaryStreamT<unsigned int> clampIn(plain);
+    clampIn >> back;
+    EXPECT_EQ(back.GetLexiconFreqCacheSize(), 0x40000000u);
+    plain.Data()[22] = plain.Data()[23] = plain.Data()[24] = plain.Data()[25] = 0;
+    VantuFile::StaticMemoryBuffer zero(static_cast<const void*>(plain.Data()), plain.Size());
+    Vantu::BinaryStreamT<unsigned int> zeroIn(zero);
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>([&] { zeroIn >> back; }), 12);
+    VantuFile::StaticMemoryBuffer cut(static_cast<const void*>(plain.Data()), 100);
+    Vantu::BinaryStreamT<unsigned int> cutIn(cut);
+    EXPECT_THROW(cutIn >> back, Vantu::BaseException);
 }

@@ -5,6 +5,8 @@
 #include "SarException.h"
 #include "SarvaneContainerConfig.h"
 #include "TempDir.h"
+#include "file/BinaryStream.h"
+#include "file/BinaryStreamMemoryBuffer.h"
 #include "core/Text.h"
 
 using namespace Ostrel;
@@ -97,4 +99,33 @@ TEST(SarvaneContainerConfig, RunningModificationsAndEquality) {
     SarvaneContainerConfig path(running);
     path.SetConfigPath(u"/elsewhere");
     EXPECT_FALSE(running.ValidRunningModifications(path));
+}
+
+TEST(SarvaneContainerConfig, StreamFormRoundTripsWithoutValidating) {
+    SarvaneContainerConfig c = Valid();
+    c.SetMapiProfile(u"Outlook");
+    c.SetEnableNetrova(true);
+    c.SetMinimumDiskSpace(0x123456789ull);
+    c.GetFixedResults()[2].push_back({{u"q1", u"q2"}, {FixedResultDocumentKey(u"file:///a", 1, 4, 5, true),
+                                                     FixedResultDocumentKey(u"file:///b", 2, 4, 5, false)}});
+    c.GetFixedResults()[9].push_back({{}, {}});
+    VantuFile::MemoryBuffer memory;
+    Vantu::BinaryStreamT<unsigned int> out(memory);
+    out << c;
+    SarvaneContainerConfig back;
+    Vantu::BinaryStreamT<unsigned int> in(memory);
+    in >> back;
+    EXPECT_TRUE(back == c);
+
+    // A default record streams as it stands, empty paths included, and reads back without a refusal:
+    // 3 empty strings, 2 + 2 + 5 u32, the flag, an empty pin count, the Netrova flag, u32 reserved, u64.
+    VantuFile::MemoryBuffer plain;
+    Vantu::BinaryStreamT<unsigned int> plainOut(plain);
+    plainOut << SarvaneContainerConfig();
+    EXPECT_EQ(plain.Size(), 6u + 36u + 1u + 4u + 1u + 4u + 8u);
+    EXPECT_EQ(plain.Data()[4], 1);   // QueryPriority
+    EXPECT_EQ(plain.Data()[14], 5);  // NumberOfQueryThreads
+    Vantu::BinaryStreamT<unsigned int> plainIn(plain);
+    plainIn >> back;
+    EXPECT_TRUE(back == SarvaneContainerConfig());
 }
