@@ -21,7 +21,7 @@ struct CharacterRepresentation {
 struct HighCharEntry {
     char16_t code;
     std::u16string_view upperBase;
-    std::u16string_view lowerBase;  // may be longer than one unit
+    std::u16string_view lowerBase;  // may be longer than one unit, or empty (a combining accent)
 };
 
 struct CharRange {
@@ -34,7 +34,6 @@ class HighCharMap {
 public:
     // The entry of `c`, or nullptr when `c` folds to itself.
     const HighCharEntry* find(char16_t c) const;
-    size_t count(char16_t c) const { return find(c) ? 1 : 0; }
 };
 
 // Characters above 255 that belong to words: letters, marks and digits of the Basic Multilingual Plane.
@@ -43,7 +42,6 @@ class UnbreakableCharSet {
 public:
     constexpr explicit UnbreakableCharSet(const std::array<uint64_t, 1024>& bits) : bits_(bits) {}
     bool contains(char16_t c) const { return (bits_[c >> 6] >> (c & 63)) & 1; }
-    size_t count(char16_t c) const { return contains(c) ? 1 : 0; }
 
 private:
     std::array<uint64_t, 1024> bits_;
@@ -105,12 +103,14 @@ public:
     static void ExpandLigature(const char16_t& c, std::u16string& out);
     static void ExpandLigatures(const std::u16string& in, std::u16string& out);
 
-    // The canonical form of a word: lower case, accents off, the ligatures above 255 expanded. `lowerBase` is
-    // what every caller passes (true); the form exists in no other variant.
+    // The canonical form of a word: lower case, accents off, compatibility ligatures such as "fi" spelt out
+    // (œ and æ stay letters; ExpandLigature spells them). `lowerBase` is what every caller passes (true); the
+    // form exists in no other variant.
     static void ToLowerBase(const std::u16string& in, std::u16string& out, bool lowerBase = true);
 
-    // The normal form under which a word is stored and looked up: ToLowerBase, then the stem unless the base
-    // form is a stop word. Returns whether it is one.
+    // The normal form under which a word is stored and looked up, for a word whose ligatures are already
+    // expanded (a query word behind the preprocessor): ToLowerBase, then the stem unless the base form is a stop
+    // word. Returns whether it is one.
     bool NormalForm(const std::u16string& word, const StopWords& stopWords, std::u16string& out) const;
 
 private:
