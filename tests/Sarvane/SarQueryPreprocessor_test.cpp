@@ -51,6 +51,18 @@ TEST(SarQueryPreprocessor, CompoundsBecomePhrases) {
         {"2005/01/02", "\"2005 01 02\""},
         {"near:5", "\"near 5\""},
         {"a near:x b", "a \"near x\" b"},
+        {"@a=b_c", "@a=\"b c\""},             // something stands between the field name and the underscore
+        {"12@10:3 x", "\"12 10 3\" x"},        // too short for an hour
+        {"2005/01/02@10:30 abc", "\"2005 01 02@10:30\" abc"},
+        {"abc = 2005/01/02", "abc = \"2005 01 02\""},  // no "@" in front of the name
+        {"ab x2005/01/02", "ab \"x2005 01 02\""},
+        {"(x -5)", "(x  5)"},
+        {"-5", " 5"},
+        {"a -5x", "a  5x"},
+        {"a-3d", "\"a 3d\""},
+        {".5", " 5"},
+        {"5.", "5 "},
+        {"a 1.5", "a \"1 5\""},
     });
 }
 
@@ -70,6 +82,10 @@ TEST(SarQueryPreprocessor, ValuesKeepTheirPunctuation) {
         {"@date=2005/01/02@10:30", "@date=2005/01/02@10:30"},
         {"a near:5 b", "a near:5 b"},
         {"a NEAR:12 b", "a NEAR:12 b"},
+        {"@d=(2005/01/02)", "@d=(2005/01/02)"},
+        {"@f=(a,-5)", "@f=(a,-5)"},
+        {"(-5)", "(-5)"},
+        {"@s=-1.5", "@s=-1.5"},
     });
 }
 
@@ -79,6 +95,7 @@ TEST(SarQueryPreprocessor, RelativeDatesAreSeparatedFromTheirSign) {
         {"@date>=TODAY-3d", "@date>=today -3d"},
         {"@date<Yesterday+1d", "@date<yesterday +1d"},
         {"@date>now-2h", "@date>now -2h"},
+        {"now -1d", "now -1d"},
         {"now-playing", "now  playing"},
         {"snow-white", "snow  white"},
     });
