@@ -10,6 +10,7 @@
 #include "SarException.h"
 #include "SarvaneCallInterfaceOperations.h"
 #include "SarvaneConfig.h"
+#include "core/Text.h"
 
 namespace Ostrel {
 
@@ -161,6 +162,29 @@ void SarvaneContainer::SetSarvaneConfig(uint16_t physical, uint16_t mirror, uint
     ReadLocker operation(operationLock_);
     WriteLocker indexes(indexesLock_);
     FindSlice(physical, mirror, sliceId).SetSarvaneConfig(config);
+}
+
+void SarvaneContainer::AddCustomFieldAlias(uint16_t physical, const std::u16string& alias,
+                                           const std::u16string& field) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    PhysicalIndex& index = FindPhysical(physical);
+    const std::u16string lowerAlias = Vantu::ToLower(alias), lowerField = Vantu::ToLower(field);
+    customFieldAliases_[lowerAlias] = lowerField;
+    index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.AddFieldAlias(lowerAlias, lowerField); });
+}
+
+void SarvaneContainer::ClearCustomFieldAliases(uint16_t physical) {
+    ReadLocker operation(operationLock_);
+    WriteLocker indexes(indexesLock_);
+    PhysicalIndex& index = FindPhysical(physical);
+    customFieldAliases_.clear();
+    index.ForEachSlice([](SarvaneCallInterface& slice) { slice.ClearFieldAliases(); });
+}
+
+void SarvaneContainer::GetCustomFieldAliases(std::map<std::u16string, std::u16string>& out) const {
+    ReadLocker indexes(indexesLock_);
+    out = customFieldAliases_;
 }
 
 unsigned char SarvaneContainer::GetCustomFieldType(uint16_t physical, const std::string& field) const {

@@ -49,6 +49,10 @@ public:
     void AddCollectionForPhysical(uint16_t physical, uint16_t collection);
     void RemoveCollectionForPhysical(uint16_t physical, uint16_t collection);
     void SetSarvaneConfig(uint16_t physical, uint16_t mirror, uint16_t sliceId, const SarvaneConfig& config);
+    // Aliases of custom fields, kept in lower case by the container and told to every slice of the index.
+    void AddCustomFieldAlias(uint16_t physical, const std::u16string& alias, const std::u16string& field);
+    void ClearCustomFieldAliases(uint16_t physical);
+    void GetCustomFieldAliases(std::map<std::u16string, std::u16string>& out) const;
 
     // Read-only topology questions.
     // The answer of the last mirror that has a slice knowing the field; 0xFF when none knows it.
@@ -111,6 +115,8 @@ private:
     std::atomic<bool> stopping_{false};
 
     std::map<uint16_t, PhysicalIndex> physicalIndexes_;
+    // Alias to real field name, both lower case.
+    std::map<std::u16string, std::u16string> customFieldAliases_;
     // Every slice of every mirror in the order they were added: the target of operations.
     std::vector<SarvaneCallInterface*> allSlices_;
 

@@ -76,8 +76,10 @@ public:
                         uint16_t) override {}
     void ClearFixedResults() override {}
     void Flush() override {}
-    void ClearFieldAliases() override {}
-    void AddFieldAlias(const std::u16string&, const std::u16string&) override {}
+    void ClearFieldAliases() override { r_.Add(name_ + ":ClearFieldAliases"); }
+    void AddFieldAlias(const std::u16string& alias, const std::u16string& field) override {
+        r_.Add(name_ + ":AddFieldAlias " + Vantu::ToUtf8(alias) + "=" + Vantu::ToUtf8(field));
+    }
     unsigned char GetCustomFieldType(const std::string& field) const override {
         auto it = fieldTypes.find(field);
         return it == fieldTypes.end() ? 0xFF : it->second;
@@ -307,6 +309,17 @@ TEST_F(ContainerTest, FieldQuestionsFollowMirrorAndSliceOrder) {
     c->rankable = true;
     EXPECT_TRUE(container_->IsCustomFieldRankable(1, "size"));
     EXPECT_EQ(MessageIdOf<SarInvalidPhysicalIndexID>([&] { container_->GetCustomFieldType(3, "size"); }), 19);
+
+    container_->AddCustomFieldAlias(1, u"Weight", u"SIZE");
+    EXPECT_TRUE(r_.Has("s1.1.2:AddFieldAlias weight=size"));
+    EXPECT_TRUE(r_.Has("s1.2.1:AddFieldAlias weight=size"));
+    std::map<std::u16string, std::u16string> aliases;
+    container_->GetCustomFieldAliases(aliases);
+    EXPECT_EQ(aliases, (std::map<std::u16string, std::u16string>{{u"weight", u"size"}}));
+    container_->ClearCustomFieldAliases(1);
+    EXPECT_TRUE(r_.Has("s1.1.1:ClearFieldAliases"));
+    container_->GetCustomFieldAliases(aliases);
+    EXPECT_TRUE(aliases.empty());
 }
 
 TEST_F(ContainerTest, ValidCollectionsFollowAccessListsAndExpandedGroups) {
