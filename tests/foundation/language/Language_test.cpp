@@ -12,6 +12,7 @@
 #include "language/CharsetLanguageDetection.h"
 #include "language/StopWords.h"
 #include "language/Thesaurus.h"
+#include "language/Unicode.h"
 
 using VantuLanguage::Language;
 using VantuLanguage::StopWords;
@@ -245,4 +246,23 @@ TEST(CharsetLanguageDetection, LanguageIdsByNameOrCode) {
 TEST(Language, AccentsTypedApartFromTheirLetterGo) {
     EXPECT_EQ(LowerBase("Cafe\xCC\x81"), "cafe");  // e + combining acute
     EXPECT_EQ(Words("cafe\xCC\x81 x"), (std::vector<std::string>{"cafe\xCC\x81", "x"}));
+}
+
+TEST(Unicode, PrepareStringAndWordCharacters) {
+    using VantuCharset::Unicode;
+    const std::u16string text = u"\u0152uvre Caf\u00e9 \ufb01n";
+    std::u16string out;
+    Unicode::PrepareString(text, out, 0x15);  // what the index compares
+    EXPECT_EQ(out, u"oeuvre cafe fin");
+    Unicode::PrepareString(text, out, 0x55);  // exact letters, case aside
+    EXPECT_EQ(out, u"oeuvre caf\u00e9 fin");
+    Unicode::PrepareString(text, out, Unicode::kLowerCase);
+    EXPECT_EQ(out, u"\u0153uvre caf\u00e9 \ufb01n");
+    Unicode::PrepareString(text, out, 0);
+    EXPECT_EQ(out, text);
+
+    EXPECT_TRUE(Unicode::IsWordCharacter(u'a', true));
+    EXPECT_FALSE(Unicode::IsWordCharacter(u'\u0301', true));
+    EXPECT_TRUE(Unicode::IsWordCharacter(u'\u0301', false));
+    EXPECT_FALSE(Unicode::IsWordCharacter(u' ', false));
 }
