@@ -126,6 +126,10 @@ const HighCharEntry* HighCharMap::find(char16_t c) const {
 
 Language::Language(StemmingType type) : type_(type), stemmer_(MakeStemmer(type)) {}
 
+bool Language::IsKnownStemmingType(int32_t type) {
+    return type == kNoStemming || SnowballAlgorithm(static_cast<StemmingType>(type)) != nullptr;
+}
+
 Language::~Language() = default;
 
 bool Language::IsLatin1WordChar(char16_t c) {

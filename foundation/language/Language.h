@@ -82,6 +82,8 @@ public:
 
     // Throws Vantu::Exception for a type that names no stemmer: guessing would change every stored term.
     explicit Language(StemmingType type = kNoStemming);
+    // Whether a stored value names a stemming type, so that a configuration can refuse it before any start.
+    static bool IsKnownStemmingType(int32_t type);
     Language(const Language&) = delete;
     Language& operator=(const Language&) = delete;
     virtual ~Language();

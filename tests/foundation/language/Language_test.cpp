@@ -121,6 +121,11 @@ TEST(Language, StemmingTypes) {
     EXPECT_EQ(english.GetStemmingType(), Language::kEnglish);
     EXPECT_THROW(Language(static_cast<Language::StemmingType>(2)), Vantu::Exception);
     EXPECT_THROW(Language(static_cast<Language::StemmingType>(-1)), Vantu::Exception);
+    for (int32_t type = -1; type < 20; ++type) {
+        const bool known = type == 0 || type == 1 || (type >= 3 && type <= 14);
+        EXPECT_EQ(Language::IsKnownStemmingType(type), known) << type;
+        if (known) EXPECT_NO_THROW(Language(static_cast<Language::StemmingType>(type))) << type;
+    }
 
     StopWords stopWords;
     std::u16string normal;
