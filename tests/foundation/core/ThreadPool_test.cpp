@@ -3,6 +3,7 @@
 #include <atomic>
 #include <latch>
 #include <stdexcept>
+#include <sys/resource.h>
 
 #include "core/EventSemaphore.h"
 #include "core/ThreadPool.h"
@@ -78,6 +79,16 @@ TEST(ThreadPool, SubclassRaisesTheLimitAndAddsWorkers) {
     gate.open.Post();
     pool.Join(ThreadPool::kAll);
     EXPECT_EQ(pool.NbThreadsCreated(), 3u);
+    EXPECT_EQ(pool.NbIdleThreads(), 3u);
+
+    pool.Priority(Priority::Lowest);  // reaches the workers already running
+    std::atomic<int> lowest{0};
+    for (int i = 0; i < 3; ++i)
+        pool.AddFunction(MakeFunction([&] {
+            if (getpriority(PRIO_PROCESS, ThisThread::Id()) >= 10) ++lowest;
+        }));
+    pool.Join(ThreadPool::kAll);
+    EXPECT_EQ(lowest.load(), 3);
 }
 
 TEST(ThreadPool, AFailingFunctionIsCountedAndTheWorkerGoesOn) {
