@@ -271,3 +271,19 @@ TEST(Unicode, PrepareStringAndWordCharacters) {
     EXPECT_TRUE(Unicode::IsWordCharacter(u'\u0301', false));
     EXPECT_FALSE(Unicode::IsWordCharacter(u' ', false));
 }
+
+// Stored terms are normal forms: any change to the folding or to the word characters, for any unit, must be a
+// deliberate one that comes with a new index version. These digests cover every unit of the BMP.
+TEST(Language, TablesArePinned) {
+    uint64_t folding = 14695981039346656037ull, words = folding;
+    const auto mix = [](uint64_t& hash, uint32_t value) { hash = (hash ^ value) * 1099511628211ull; };
+    std::u16string out;
+    for (uint32_t c = 0; c < 0x10000; ++c) {
+        Language::ToLowerBase(std::u16string(1, static_cast<char16_t>(c)), out, true);
+        mix(folding, static_cast<uint32_t>(out.size()));
+        for (char16_t unit : out) mix(folding, unit);
+        mix(words, Language::IsWordChar(static_cast<char16_t>(c)));
+    }
+    EXPECT_EQ(folding, 9617395468462221327ull);
+    EXPECT_EQ(words, 10312615326674924692ull);
+}
