@@ -5,6 +5,8 @@
 
 namespace Vantu {
 
+void ThrowNotImplemented(const char* what) { throw Exception::FromText(FromUtf8(what)); }
+
 size_t BaseBinaryStreamBuf::Get(void* data, size_t n) {
     if (n == 0) return 0;
     const size_t fromPending = TakePending(data, n);

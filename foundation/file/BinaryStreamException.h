@@ -21,4 +21,8 @@ template <class E>
     throw E(MessageInfo::FromText(FromUtf8(text)));
 }
 
+// Raises a plain Exception for an operation that a buffer doesn't offer (the write side of an input
+// buffer, and so on); the text names the operation.
+[[noreturn]] void ThrowNotImplemented(const char* what);
+
 }  // namespace Vantu

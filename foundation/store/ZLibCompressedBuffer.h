@@ -14,7 +14,7 @@ namespace VantuCompression {
 // Windows of the data files' compressed buffers.
 inline constexpr unsigned int kCompressedWindow = 0x10000;
 
-[[noreturn]] void ThrowNotImplemented(const char* what);
+using Vantu::ThrowNotImplemented;
 
 template <class T>
 class OCompressedBufferT : public Vantu::BinaryStreamBufT<T> {
