@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "SarException.h"
+#include "SarLog.h"
 #include "SarvaneCallInterfaceOperations.h"
 #include "SarvaneConfig.h"
 #include "core/Text.h"
@@ -95,91 +96,109 @@ SarvaneCallInterface& SarvaneContainer::FindSlice(uint16_t physical, uint16_t mi
 }
 
 void SarvaneContainer::AddPhysicalIndex(uint16_t physical) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    physicalIndexes_.try_emplace(physical);
+    return SarLogged(log_, SarvaneContainerSuffix::AddPhysicalIndex, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        physicalIndexes_.try_emplace(physical);
+    });
 }
 
 void SarvaneContainer::RemovePhysicalIndex(uint16_t physical) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    if (!physicalIndexes_.erase(physical)) throw SarInvalidPhysicalIndexID(SAR_MESSAGE(19, physical));
+    return SarLogged(log_, SarvaneContainerSuffix::RemovePhysicalIndex, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        if (!physicalIndexes_.erase(physical)) throw SarInvalidPhysicalIndexID(SAR_MESSAGE(19, physical));
+    });
 }
 
 void SarvaneContainer::AddSliceIndex(SarvaneCallInterface* slice, uint16_t physical, uint16_t mirror,
                                      uint16_t sliceId) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    slice->Initialize(log_.Get());
-    PhysicalIndex& index = FindPhysical(physical);
-    for (uint16_t collection : index.GetSupportedCollections()) slice->AddSupportedCollection(collection);
-    // A taken slice id is refused before the slice starts, so that a refused slice never runs and stays
-    // wholly the caller's.
-    auto existing = index.GetMirrors().find(mirror);
-    if (existing != index.GetMirrors().end() && existing->second.Find(sliceId))
-        throw SarInvalidMirrorID(SAR_MESSAGE(29, sliceId, physical, mirror));
-    // A slice added to a running container comes up at once.
-    if (uriStore_) slice->Start(readOnly_);
-    // A mirror comes into being with its first slice.
-    index.GetMirrors()[mirror].AddSliceIndex(slice, physical, mirror, sliceId);
-    allSlices_.push_back(slice);
+    return SarLogged(log_, SarvaneContainerSuffix::AddSliceIndex, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        slice->Initialize(log_.Get());
+        PhysicalIndex& index = FindPhysical(physical);
+        for (uint16_t collection : index.GetSupportedCollections()) slice->AddSupportedCollection(collection);
+        // A taken slice id is refused before the slice starts, so that a refused slice never runs and stays
+        // wholly the caller's.
+        auto existing = index.GetMirrors().find(mirror);
+        if (existing != index.GetMirrors().end() && existing->second.Find(sliceId))
+            throw SarInvalidMirrorID(SAR_MESSAGE(29, sliceId, physical, mirror));
+        // A slice added to a running container comes up at once.
+        if (uriStore_) slice->Start(readOnly_);
+        // A mirror comes into being with its first slice.
+        index.GetMirrors()[mirror].AddSliceIndex(slice, physical, mirror, sliceId);
+        allSlices_.push_back(slice);
+    });
 }
 
 void SarvaneContainer::RemoveSliceIndex(uint16_t physical, uint16_t mirror, uint16_t sliceId, bool deleteFiles) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    PhysicalIndex& index = FindPhysical(physical);
-    MirrorIndex& mirrorIndex = FindMirror(index, physical, mirror);
-    SarvaneCallInterface* slice = &FindSlice(physical, mirror, sliceId);
-    if (deleteFiles) {
-        slice->Stop(false);
-        slice->DeleteIndex();
-    }
-    allSlices_.erase(std::find(allSlices_.begin(), allSlices_.end(), slice));
-    delete slice;
-    mirrorIndex.Erase(sliceId);
-    if (mirrorIndex.IsEmpty()) index.GetMirrors().erase(mirror);
+    return SarLogged(log_, SarvaneContainerSuffix::RemoveSliceIndex, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        PhysicalIndex& index = FindPhysical(physical);
+        MirrorIndex& mirrorIndex = FindMirror(index, physical, mirror);
+        SarvaneCallInterface* slice = &FindSlice(physical, mirror, sliceId);
+        if (deleteFiles) {
+            slice->Stop(false);
+            slice->DeleteIndex();
+        }
+        allSlices_.erase(std::find(allSlices_.begin(), allSlices_.end(), slice));
+        delete slice;
+        mirrorIndex.Erase(sliceId);
+        if (mirrorIndex.IsEmpty()) index.GetMirrors().erase(mirror);
+    });
 }
 
 void SarvaneContainer::AddCollectionForPhysical(uint16_t physical, uint16_t collection) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    PhysicalIndex& index = FindPhysical(physical);
-    index.AddCollection(collection);
-    index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.AddSupportedCollection(collection); });
+    return SarLogged(log_, SarvaneContainerSuffix::AddCollectionForPhysical, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        PhysicalIndex& index = FindPhysical(physical);
+        index.AddCollection(collection);
+        index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.AddSupportedCollection(collection); });
+    });
 }
 
 void SarvaneContainer::RemoveCollectionForPhysical(uint16_t physical, uint16_t collection) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    PhysicalIndex& index = FindPhysical(physical);
-    index.RemoveCollection(collection);
-    index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.RemoveSupportedCollection(collection); });
+    return SarLogged(log_, SarvaneContainerSuffix::RemoveCollectionForPhysical, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        PhysicalIndex& index = FindPhysical(physical);
+        index.RemoveCollection(collection);
+        index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.RemoveSupportedCollection(collection); });
+    });
 }
 
 void SarvaneContainer::SetSarvaneConfig(uint16_t physical, uint16_t mirror, uint16_t sliceId,
                                         const SarvaneConfig& config) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    FindSlice(physical, mirror, sliceId).SetSarvaneConfig(config);
+    return SarLogged(log_, SarvaneContainerSuffix::SetSarvaneConfig, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        FindSlice(physical, mirror, sliceId).SetSarvaneConfig(config);
+    });
 }
 
 void SarvaneContainer::AddCustomFieldAlias(uint16_t physical, const std::u16string& alias,
                                            const std::u16string& field) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    PhysicalIndex& index = FindPhysical(physical);
-    const std::u16string lowerAlias = Vantu::ToLower(alias), lowerField = Vantu::ToLower(field);
-    customFieldAliases_[lowerAlias] = lowerField;
-    index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.AddFieldAlias(lowerAlias, lowerField); });
+    return SarLogged(log_, SarvaneContainerSuffix::AddCustomFieldAlias, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        PhysicalIndex& index = FindPhysical(physical);
+        const std::u16string lowerAlias = Vantu::ToLower(alias), lowerField = Vantu::ToLower(field);
+        customFieldAliases_[lowerAlias] = lowerField;
+        index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.AddFieldAlias(lowerAlias, lowerField); });
+    });
 }
 
 void SarvaneContainer::ClearCustomFieldAliases(uint16_t physical) {
-    ReadLocker operation(operationLock_);
-    WriteLocker indexes(indexesLock_);
-    PhysicalIndex& index = FindPhysical(physical);
-    customFieldAliases_.clear();
-    index.ForEachSlice([](SarvaneCallInterface& slice) { slice.ClearFieldAliases(); });
+    return SarLogged(log_, SarvaneContainerSuffix::ClearCustomFieldAliases, [&] {
+        ReadLocker operation(operationLock_);
+        WriteLocker indexes(indexesLock_);
+        PhysicalIndex& index = FindPhysical(physical);
+        customFieldAliases_.clear();
+        index.ForEachSlice([](SarvaneCallInterface& slice) { slice.ClearFieldAliases(); });
+    });
 }
 
 void SarvaneContainer::GetCustomFieldAliases(std::map<std::u16string, std::u16string>& out) const {
@@ -188,53 +207,63 @@ void SarvaneContainer::GetCustomFieldAliases(std::map<std::u16string, std::u16st
 }
 
 unsigned char SarvaneContainer::GetCustomFieldType(uint16_t physical, const std::string& field) const {
-    ReadLocker indexes(indexesLock_);
-    unsigned char type = 0xFF;
-    for (const auto& [mirrorId, mirror] : FindPhysical(physical).GetMirrors()) {
-        type = 0xFF;
-        for (const auto& [sliceId, slice] : mirror.GetSlices())
-            if ((type = slice->GetCustomFieldType(field)) != 0xFF) break;
-    }
-    return type;
+    return SarLogged(log_, SarvaneContainerSuffix::GetCustomFieldType, [&] {
+        ReadLocker indexes(indexesLock_);
+        unsigned char type = 0xFF;
+        for (const auto& [mirrorId, mirror] : FindPhysical(physical).GetMirrors()) {
+            type = 0xFF;
+            for (const auto& [sliceId, slice] : mirror.GetSlices())
+                if ((type = slice->GetCustomFieldType(field)) != 0xFF) break;
+        }
+        return type;
+    });
 }
 
 bool SarvaneContainer::IsCustomFieldRankable(uint16_t physical, const std::string& field) const {
-    ReadLocker indexes(indexesLock_);
-    bool rankable = false;
-    FindPhysical(physical).ForEachSlice(
-        [&](SarvaneCallInterface& slice) { rankable = slice.IsCustomFieldRankable(field); });
-    return rankable;
+    return SarLogged(log_, SarvaneContainerSuffix::IsCustomFieldRankable, [&] {
+        ReadLocker indexes(indexesLock_);
+        bool rankable = false;
+        FindPhysical(physical).ForEachSlice(
+            [&](SarvaneCallInterface& slice) { rankable = slice.IsCustomFieldRankable(field); });
+        return rankable;
+    });
 }
 
 void SarvaneContainer::EnumValidCollectionIDs(const std::vector<SarcIdentity>& identities,
                                               std::vector<std::pair<uint16_t, uint16_t>>& out) const {
-    // operationLock keeps the security cache from going away meanwhile.
-    ReadLocker operation(operationLock_);
-    std::vector<SarcIdentity> expanded;
-    {
+    return SarLogged(log_, SarvaneContainerSuffix::EnumValidCollectionIDs, [&] {
+        // operationLock keeps the security cache from going away meanwhile.
+        ReadLocker operation(operationLock_);
+        std::vector<SarcIdentity> expanded;
+        {
+            ReadLocker indexes(indexesLock_);
+            if (securityCache_)
+                securityCache_->RetrieveLocalNetworkIDs(identities, expanded);
+            else
+                expanded = identities;
+        }
+        out.clear();
         ReadLocker indexes(indexesLock_);
-        if (securityCache_)
-            securityCache_->RetrieveLocalNetworkIDs(identities, expanded);
-        else
-            expanded = identities;
-    }
-    out.clear();
-    ReadLocker indexes(indexesLock_);
-    for (const auto& [physical, index] : physicalIndexes_)
-        for (const auto& [collection, access] : index.GetCollectionAccess())
-            if (access->IsAllowed(expanded)) out.emplace_back(physical, collection);
+        for (const auto& [physical, index] : physicalIndexes_)
+            for (const auto& [collection, access] : index.GetCollectionAccess())
+                if (access->IsAllowed(expanded)) out.emplace_back(physical, collection);
+    });
 }
 
 void SarvaneContainer::AddAccessControlEntry(uint16_t physical, uint16_t collection,
                                              SarcAccessList::AccessType access, const SarcIdentity& identity) {
-    WriteLocker indexes(indexesLock_);
-    FindPhysical(physical).GetAccessList(collection)->AddAccessControlEntry(identity, access);
+    return SarLogged(log_, SarvaneContainerSuffix::AddAccessControlEntry, [&] {
+        WriteLocker indexes(indexesLock_);
+        FindPhysical(physical).GetAccessList(collection)->AddAccessControlEntry(identity, access);
+    });
 }
 
 void SarvaneContainer::AddAccessControlEntry(SarcAccessList::AccessType access, const SarcIdentity& identity) {
-    WriteLocker indexes(indexesLock_);
-    for (auto& [physical, index] : physicalIndexes_)
-        for (auto& [collection, list] : index.GetCollectionAccess()) list->AddAccessControlEntry(identity, access);
+    return SarLogged(log_, SarvaneContainerSuffix::AddAccessControlEntry, [&] {
+        WriteLocker indexes(indexesLock_);
+        for (auto& [physical, index] : physicalIndexes_)
+            for (auto& [collection, list] : index.GetCollectionAccess()) list->AddAccessControlEntry(identity, access);
+    });
 }
 
 void SarvaneContainer::RemoveAccessControlEntry(uint16_t physical, uint16_t collection,
@@ -244,14 +273,18 @@ void SarvaneContainer::RemoveAccessControlEntry(uint16_t physical, uint16_t coll
 }
 
 void SarvaneContainer::ClearAccessControlEntry(uint16_t physical, uint16_t collection) {
-    WriteLocker indexes(indexesLock_);
-    FindPhysical(physical).GetAccessList(collection)->Clear();
+    return SarLogged(log_, SarvaneContainerSuffix::ClearAccessControlEntry, [&] {
+        WriteLocker indexes(indexesLock_);
+        FindPhysical(physical).GetAccessList(collection)->Clear();
+    });
 }
 
 Vantu::SmartPtrToConst<SarcAccessList> SarvaneContainer::GetAccessControlList(uint16_t physical,
                                                                               uint16_t collection) const {
-    ReadLocker indexes(indexesLock_);
-    return FindPhysical(physical).GetAccessList(collection);
+    return SarLogged(log_, SarvaneContainerSuffix::GetAccessControlList, [&] {
+        ReadLocker indexes(indexesLock_);
+        return FindPhysical(physical).GetAccessList(collection);
+    });
 }
 
 bool SarvaneContainer::IsStarted() const {
@@ -305,15 +338,17 @@ void SarvaneContainer::Start(bool readOnly) {
 }
 
 void SarvaneContainer::Stop(bool abortTransaction) {
-    if (!IsStarted()) throw SarIndexNotStarted();
-    WriteLocker operation(operationLock_);
-    // A concurrent Stop may have come first.
-    if (!uriStore_) throw SarIndexNotStarted();
-    stopping_ = true;
-    // indexesLock only now: the threads that end with `stopping` may need it on their way out.
-    ReadLocker indexes(indexesLock_);
-    SarRunOnSlices<SarStopOperation>(operationPool_, allSlices_, abortTransaction);
-    ReleaseStores();
+    return SarLogged(log_, SarvaneContainerSuffix::Stop, [&] {
+        if (!IsStarted()) throw SarIndexNotStarted();
+        WriteLocker operation(operationLock_);
+        // A concurrent Stop may have come first.
+        if (!uriStore_) throw SarIndexNotStarted();
+        stopping_ = true;
+        // indexesLock only now: the threads that end with `stopping` may need it on their way out.
+        ReadLocker indexes(indexesLock_);
+        SarRunOnSlices<SarStopOperation>(operationPool_, allSlices_, abortTransaction);
+        ReleaseStores();
+    });
 }
 
 void SarvaneContainer::ReleaseStores() {
@@ -366,22 +401,24 @@ void SarvaneContainer::GetSarvaneContainerConfig(SarvaneContainerConfig& out) co
 }
 
 void SarvaneContainer::SetSarvaneContainerConfig(const SarvaneContainerConfig& config) {
-    ReadLocker operation(operationLock_);
-    ReadLocker indexes(indexesLock_);
-    SarvaneConfigWriteLock<SarvaneContainerConfig> write(config_);
-    if (uriStore_ && !config_.ValidRunningModifications(config)) throw SarInvalidConfiguration(SAR_MESSAGE(12));
-    if (securityCache_ && config.GetMapiProfile() != config_.GetMapiProfile()) securityCache_->ExpandAllGroupsAgain();
-    config_ = config;
+    return SarLogged(log_, SarvaneContainerSuffix::SetSarvaneContainerConfig, [&] {
+        ReadLocker operation(operationLock_);
+        ReadLocker indexes(indexesLock_);
+        SarvaneConfigWriteLock<SarvaneContainerConfig> write(config_);
+        if (uriStore_ && !config_.ValidRunningModifications(config)) throw SarInvalidConfiguration(SAR_MESSAGE(12));
+        if (securityCache_ && config.GetMapiProfile() != config_.GetMapiProfile()) securityCache_->ExpandAllGroupsAgain();
+        config_ = config;
 
-    VantuThread::CriticalSectionLock hold(queryPool_.Section());
-    const uint32_t limit = std::min(config_.GetNumberOfQueryThreads(), kMaxQueryThreads);
-    const uint32_t oldLimit = queryPool_.ThreadLimit();
-    if (limit > oldLimit) {
-        queryPool_.SetThreadLimit(limit);
-        const uint32_t missing = limit - std::min(limit, queryPool_.NbThreadsCreated());
-        queryPool_.CreateWorkerThreads(std::min(missing, queryPool_.NbFunctionsToRun()));
-    }
-    queryPool_.Priority(config_.GetQueryPriority());
+        VantuThread::CriticalSectionLock hold(queryPool_.Section());
+        const uint32_t limit = std::min(config_.GetNumberOfQueryThreads(), kMaxQueryThreads);
+        const uint32_t oldLimit = queryPool_.ThreadLimit();
+        if (limit > oldLimit) {
+            queryPool_.SetThreadLimit(limit);
+            const uint32_t missing = limit - std::min(limit, queryPool_.NbThreadsCreated());
+            queryPool_.CreateWorkerThreads(std::min(missing, queryPool_.NbFunctionsToRun()));
+        }
+        queryPool_.Priority(config_.GetQueryPriority());
+    });
 }
 
 }  // namespace Ostrel

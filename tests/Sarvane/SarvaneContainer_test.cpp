@@ -236,6 +236,18 @@ TEST_F(ContainerTest, TopologyErrorsCarryTheirMessages) {
     EXPECT_TRUE(r_.Has("s1.1.1:SetSarvaneConfig 16"));
     EXPECT_FALSE(r_.Has("orphan:deleted"));
     delete orphan;
+
+    // Each failure is logged once, by the public operation it passed through, with that operation's suffix.
+    EXPECT_TRUE(log_->Contains(u"The index (id: 1) does not exist. : SarvaneContainer::RemovePhysicalIndex"));
+    EXPECT_TRUE(log_->Contains(u"The index (id: 2) does not exist. : SarvaneContainer::RemoveSliceIndex"));
+    EXPECT_TRUE(log_->Contains(u" : SarvaneContainer::AddCollectionForPhysical"));
+    EXPECT_THROW(container_->Stop(false), SarIndexNotStarted);
+    EXPECT_TRUE(log_->Contains(u" : SarvaneContainer::Stop"));
+    // Start reports nothing itself: its failure reaches the caller unlogged.
+    container_->Start(false);
+    const size_t lines = log_->Lines().size();
+    EXPECT_THROW(container_->Start(false), SarIndexAlreadyStarted);
+    EXPECT_EQ(log_->Lines().size(), lines);
 }
 
 TEST_F(ContainerTest, DuplicateSliceIsRefusedBeforeItRunsAndStaysTheCallers) {
