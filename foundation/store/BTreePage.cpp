@@ -1,7 +1,7 @@
 #include "store/BTreePage.h"
 
-#include <zlib.h>
-
+#include <algorithm>
+#include <bit>
 #include <vector>
 
 namespace VantuBTree {
@@ -27,9 +27,61 @@ bool BTreePage::IsSound() const {
     return true;
 }
 
-void BTreePage::Seal() { PutU32(p_, static_cast<uint32_t>(crc32(0, p_ + 4, size_ - 4))); }
+namespace {
 
-bool BTreePage::ChecksumMatches() const { return U32(0) == static_cast<uint32_t>(crc32(0, p_ + 4, size_ - 4)); }
+static_assert(std::endian::native == std::endian::little, "page words are read as little-endian");
+
+uint64_t Load64(const uint8_t* b) {
+    uint64_t v;
+    std::memcpy(&v, b, sizeof v);
+    return v;
+}
+
+// Four independent multiply-xor lanes over 64-bit little-endian words: each step is a bijection of the
+// lane, so any one changed word changes the sum, and the lanes keep the processor busy at several GB/s
+// (pages are summed on every read from disk, where a byte-serial CRC was the cost of a cache miss).
+struct PageSum {
+    static constexpr uint64_t kMul = 0x9E3779B97F4A7C15ull;
+    uint64_t lane[4] = {1, 2, 3, 4};
+
+    void Add(const uint8_t* p, uint32_t n) {
+        uint64_t a = lane[0], b = lane[1], c = lane[2], d = lane[3];
+        uint32_t i = 0;
+        for (; i + 32 <= n; i += 32) {
+            a = (a ^ Load64(p + i)) * kMul;
+            b = (b ^ Load64(p + i + 8)) * kMul;
+            c = (c ^ Load64(p + i + 16)) * kMul;
+            d = (d ^ Load64(p + i + 24)) * kMul;
+        }
+        for (; i < n; ++i) a = (a ^ p[i]) * kMul;
+        lane[0] = a;
+        lane[1] = (b ^ n) * kMul;
+        lane[2] = c;
+        lane[3] = d;
+    }
+    uint32_t Value() const {
+        uint64_t h = lane[0];
+        for (int l = 1; l < 4; ++l) h = (h ^ lane[l]) * kMul;
+        return static_cast<uint32_t>(h ^ (h >> 32));
+    }
+};
+
+}  // namespace
+
+// The free gap between the slots and the cells isn't covered: its bytes mean nothing. A cellStart that
+// has been damaged makes the sum cover other bytes, and so fail too.
+uint32_t BTreePage::Checksum() const {
+    const uint32_t slotsEnd = std::min(size_, kHeaderSize + Count() * kSlotSize);
+    const uint32_t cells = std::max(slotsEnd, std::min(size_, CellStart()));
+    PageSum sum;
+    sum.Add(p_ + 4, slotsEnd - 4);
+    sum.Add(p_ + cells, size_ - cells);
+    return sum.Value();
+}
+
+void BTreePage::Seal() { PutU32(p_, Checksum()); }
+
+bool BTreePage::ChecksumMatches() const { return U32(0) == Checksum(); }
 
 uint64_t BTreePage::SumChildCounts() const {
     uint64_t sum = 0;

@@ -8,7 +8,7 @@
 namespace VantuBTree {
 
 // Page layout (all little-endian):
-//   0  u32 crc32 of bytes 4 .. pageSize (written when the page goes to disk)
+//   0  u32 checksum of bytes 4 .. end of the slots and of the cells (set when the page goes to disk)
 //   4  u8  type (1 leaf, 2 branch)
 //   5  u8  0
 //   6  u16 cell count
@@ -66,6 +66,7 @@ private:
     uint32_t CellStart() const { return U32(8); }
     uint32_t Dead() const { return U32(12); }
     void Compact();
+    uint32_t Checksum() const;
 
     uint32_t U16(uint32_t at) const { return U16At(p_ + at); }
     uint32_t U32(uint32_t at) const { return U32At(p_ + at); }
