@@ -3,7 +3,8 @@
 namespace Ostrel {
 
 const Vantu::SmartPtr<Vantu::MessageInfo>& SarEmptyMessage() {
-    static const Vantu::SmartPtr<Vantu::MessageInfo> empty = new Vantu::MessageInfo(SarMessageDomain(), -1, "", 0);
+    // No domain: the text is empty, so a log line of such a failure shows only its suffix.
+    static const Vantu::SmartPtr<Vantu::MessageInfo> empty = new Vantu::MessageInfo("", -1, "", 0);
     return empty;
 }
 
