@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "SarException.h"
+#include "SarThreads.h"
 #include "core/Text.h"
 
 namespace Ostrel {
@@ -28,7 +29,7 @@ std::unique_ptr<Vantu::BaseException> SarCurrentException() {
     }
 }
 
-SarOperationPool::SarOperationPool() : ThreadPool("SarOperationPool", 1, VantuThread::Priority::Normal) {}
+SarOperationPool::SarOperationPool() : ThreadPool(kOperationPoolName, 1, VantuThread::Priority::Normal) {}
 
 void SarOperationPool::GrowFor(size_t slices) {
     uint32_t added = 0;
