@@ -60,6 +60,7 @@ public:
     // The last answer of all slices of the index.
     bool IsCustomFieldRankable(uint16_t physical, const std::string& field) const;
     // (physical, collection) for each collection that the identities, expanded into their groups, may see.
+    // A stopped container has no security cache to expand them: they are taken as given.
     void EnumValidCollectionIDs(const std::vector<SarcIdentity>& identities,
                                 std::vector<std::pair<uint16_t, uint16_t>>& out) const;
 
