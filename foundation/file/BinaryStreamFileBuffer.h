@@ -14,11 +14,9 @@ namespace VantuFile {
 template <class T>
 class CFileT;
 
-// The file layer numbers its origins begin, current, end; the buffers work out an absolute place
-// and hand the file a seek from its beginning (its default origin and direction).
-template <class File, class T>
-void SeekFileTo(File& file, T position) {
-    file.Seek(position);
+// The file layer numbers its origins begin 0, current 1, end 2; the streams begin 0, end 1, current 2.
+constexpr int FileOrigin(Vantu::SeekOrigin origin) {
+    return origin == Vantu::kSeekEnd ? 2 : origin == Vantu::kSeekCurrent ? 1 : 0;
 }
 
 template <class T, class File = CFileT<T>>
@@ -89,9 +87,9 @@ size_t OCFileBufferT<T, File>::vPut(const void* data, size_t n) {
 
 template <class T, class File>
 T OCFileBufferT<T, File>::vSeekP(T offset, Vantu::SeekOrigin origin, Vantu::SeekDirection direction) {
+    // Once drained, the file stands where the stream does, and its own range rules apply.
     Drain();
-    const uint64_t here = file_->Tell();
-    SeekFileTo(*file_, T(Vantu::SeekTarget(here, file_->Size(), T(~T(0)), offset, origin, direction)));
+    file_->Seek(offset, FileOrigin(origin), direction);
     return vTellP();
 }
 
@@ -169,7 +167,7 @@ T ICFileBufferT<T, File>::vSeekG(T offset, Vantu::SeekOrigin origin, Vantu::Seek
         return target;
     }
     vClear();
-    SeekFileTo(*file_, target);
+    file_->Seek(target);
     return target;
 }
 

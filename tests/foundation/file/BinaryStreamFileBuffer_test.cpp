@@ -38,9 +38,13 @@ struct File {
     unsigned int Size() const { return unsigned(bytes.size()); }
     bool EndOfFile() const { return position >= bytes.size(); }
     void Flush() {}
+    // Origins as the file layer numbers them: begin, current, end.
+    unsigned int Seek(unsigned int offset, int origin = 0, int direction = 0) {
+        const unsigned int base = origin == 0 ? 0 : origin == 1 ? position : Size();
+        position = direction == 0 ? base + offset : base - offset;
+        return position;
+    }
 };
-
-void SeekFileTo(File& file, unsigned int position) { file.position = position; }
 
 }  // namespace fake
 
@@ -61,8 +65,10 @@ TEST(BinaryStreamFileBuffer, WriteBehindGathersSmallWritesAndPassesLargeOnes) {
         EXPECT_EQ(file.bytes.size(), 16u);
         stream.PutExact(std::string(40, 'x').data(), 40);  // at or above the threshold: straight through
         EXPECT_EQ(file.bytes.size(), 60u);
-        output.SeekP(0);
+        output.SeekP(60, kSeekCurrent, kSeekBackward);
         stream << uint32_t(9);
+        output.SeekP(0, kSeekEnd);
+        EXPECT_EQ(output.TellP(), 60u);
     }  // the destructor writes what is left
     ASSERT_EQ(file.bytes.size(), 60u);
     EXPECT_EQ(file.bytes[0], 9);
