@@ -88,3 +88,13 @@ TEST(SarQueryParse, RunsPreprocessorLexerAndParserOnce) {
     EXPECT_TRUE(mismatch.grammarFailure);
     EXPECT_FALSE(mismatch.IsEmpty());
 }
+
+TEST(SarQueryPrinter, PrintParsePrintIsStable) {
+    for (const char* query : {"a and b", "a b c", "a or b c", "NOT a", "a near b", "a near:5 \"b c\"", "\"a or (b)\"",
+                              "(a or b) c", "@f", "@f=v", "@f==v", "@f<>v", "@f<-5", "@f<=5", "@f>today - 3d",
+                              "@f>=2005/01/31@12:30:45", "@f=(a, b)", "@d=(2005/01/02 today-1d \"x y\")",
+                              "@date>2005/01/01 and (red or \"big blue\") not green"}) {
+        std::string once = Printed(query, true);
+        EXPECT_EQ(Printed(once, true), once) << query;
+    }
+}

@@ -123,7 +123,18 @@ TEST(SarQueryParser, FailuresCarryTheirTypeAndText) {
     EXPECT_EQ(Parse("@f="), "QueryException 3 ''");
     EXPECT_EQ(Parse("@f 2005/01/02"), "QueryException 3 '@f'");
     EXPECT_EQ(Parse("@f=v 2005/01/02"), "QueryException 3 ''");
+}
+
+// A NEAR whose second operand is missing reports the NEAR token (type 7). The DATE_ and WORD_ alternatives of a
+// value or an operand cannot fail by themselves once chosen, so types 4 and 9 are never raised by the parser:
+// what follows a date or word fails in the enclosing rule, with that rule's type.
+TEST(SarQueryParser, NearOperandFailureIsType7_DateAndWordFailuresBelongToTheirRule) {
     EXPECT_EQ(Parse("a near )"), "QueryException 7 'near '");
+    EXPECT_EQ(Parse("\"a b\" near:3 @f"), "QueryException 7 'near:3'");
+    EXPECT_EQ(Parse("@d=2005/01/02 x"), "AND_[and](FIELDNAME_[@d](EQUAL_[=] DATE_[2005/01/02]) x)");
+    EXPECT_EQ(Parse("@d=(2005/01/02 :)"), "ANTLRException");  // the list ends, then ")" is a mismatch
+    EXPECT_EQ(Parse("@d=today :"), "QueryException 3 ''");
+    EXPECT_EQ(Parse("@d=today +"), "ANTLRException");  // the relative date's word is matched, not chosen
     EXPECT_EQ(Parse("@f=(a"), "QueryException 3 ''");
     EXPECT_EQ(Parse("\"a @f b\""), "ANTLRException");        // a field name cannot stand in a phrase
     EXPECT_EQ(Parse("(a"), "ANTLRException");

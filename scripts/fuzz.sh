@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang (ASan+UBSan) in ./build-fuzz and runs one of them.
+# Usage: scripts/fuzz.sh [target] [seconds]     e.g. scripts/fuzz.sh SarQueryParse_fuzz 600
+set -euo pipefail
+cd "$(dirname "$0")/.."
+target=${1:-SarQueryParse_fuzz}
+seconds=${2:-600}
+for p in clang libclang-rt-14-dev; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' ||
+    { apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "$p"; }
+done
+cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+  -DSARVANE_FUZZ=ON -DBUILD_TESTING=ON
+cmake --build build-fuzz --target "$target"
+corpus=build-fuzz/corpus/${target%_fuzz}
+mkdir -p "$corpus"
+cp -n tests/fuzz/corpus/${target%_fuzz}/* "$corpus"/ 2>/dev/null || true
+./build-fuzz/tests/"$target" -max_total_time="$seconds" -timeout=5 -rss_limit_mb=2048 "$corpus"
