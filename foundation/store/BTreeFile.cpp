@@ -1,16 +1,16 @@
 #include "store/BTreeFile.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <zlib.h>
 
-#include <cerrno>
-#include <cstring>
-
-#include "core/Exception.h"
+#include "file/CFileT.h"
+#include "file/FileException.h"
+#include "file/FileHandle.h"
+#include "file/FileSystem.h"
 
 namespace VantuBTree {
+
+using VantuFile::FileHandle;
+using VantuFile::ThrowFileError;
 
 namespace {
 
@@ -23,15 +23,11 @@ void Put32(uint8_t* b, uint32_t v) {
 }
 uint32_t Get32(const uint8_t* b) { return b[0] | (b[1] << 8) | (b[2] << 16) | (uint32_t(b[3]) << 24); }
 
-[[noreturn]] void ThrowIo(const std::string& what, const std::string& path) {
-    throw Vantu::Exception::FromText(Vantu::FromUtf8(what + " " + path + ": " + std::strerror(errno)));
-}
-
 }  // namespace
 
 struct BTreeFile::Data {
-    int fd = -1;
-    uint64_t size = 0;
+    explicit Data(const std::string& path) : file(path, 2) {}  // access hint 2: random access
+    VantuFile::CFileT<uint64_t> file;
 };
 
 BTreeFile::BTreeFile(const std::string& path, uint32_t pageSize, uint32_t flags, bool readOnly)
@@ -41,13 +37,11 @@ BTreeFile::BTreeFile(const std::string& path, uint32_t pageSize, uint32_t flags,
       pageSize_(pageSize),
       flags_(flags),
       readOnly_(readOnly),
-      data_(std::make_unique<Data>()) {
+      data_(std::make_unique<Data>(path)) {
     OpenData();
 }
 
-BTreeFile::~BTreeFile() {
-    if (data_->fd >= 0) ::close(data_->fd);
-}
+BTreeFile::~BTreeFile() = default;
 
 std::string BTreeFile::SideFileName(const std::string& path, const std::string& tag) {
     const size_t slash = path.find_last_of('/');
@@ -57,57 +51,49 @@ std::string BTreeFile::SideFileName(const std::string& path, const std::string& 
     return path.substr(0, dot) + "." + tag + path.substr(dot);
 }
 
-void BTreeFile::ThrowCorrupt(const std::string& what) const {
-    throw Vantu::Exception::FromText(Vantu::FromUtf8("The B-tree file " + path_ + " is damaged: " + what));
-}
+void BTreeFile::ThrowCorrupt(const std::string& what) const { VantuFile::ThrowCorruptFile(path_, what); }
 
 void BTreeFile::OpenData() {
-    const int fd = ::open(path_.c_str(), readOnly_ ? O_RDONLY : O_RDWR | O_CREAT, 0644);
-    if (fd < 0) ThrowIo("open", path_);
-    if (data_->fd >= 0) ::close(data_->fd);
-    data_->fd = fd;
-    struct stat st {};
-    ::fstat(fd, &st);
-    data_->size = st.st_size;
+    const bool created = !readOnly_ && !VantuFile::FileExists(path_);
+    data_->file.Open(readOnly_ ? VantuFile::CFileBase::kModeRead : VantuFile::CFileBase::kModeReadWrite);
+    if (created) VantuFile::SyncDirectoryOf(path_);
 }
 
 void BTreeFile::ReadPage(uint32_t id, uint8_t* bytes) {
     const uint64_t at = uint64_t(id) * pageSize_;
-    if (at + pageSize_ > data_->size) ThrowCorrupt("the file ends inside page " + std::to_string(id));
-    if (::pread(data_->fd, bytes, pageSize_, at) != ssize_t(pageSize_)) ThrowIo("read", path_);
+    if (at + pageSize_ > data_->file.Size()) ThrowCorrupt("the file ends inside page " + std::to_string(id));
+    data_->file.ReadAt(at, bytes, pageSize_, true);
 }
 
 void BTreeFile::WritePage(uint32_t id, const uint8_t* bytes) {
     const uint64_t at = uint64_t(id) * pageSize_;
-    if (::pwrite(data_->fd, bytes, pageSize_, at) != ssize_t(pageSize_)) ThrowIo("write", path_);
-    data_->size = std::max(data_->size, at + pageSize_);
+    data_->file.Seek(at);
+    data_->file.Write(bytes, 1, pageSize_);
 }
 
 void BTreeFile::Sync() {
-    if (::fsync(data_->fd) != 0) ThrowIo("flush", path_);
+    data_->file.Flush();
 }
 
-uint32_t BTreeFile::PageCount() const { return static_cast<uint32_t>(data_->size / pageSize_); }
+uint32_t BTreeFile::PageCount() const { return static_cast<uint32_t>(data_->file.Size() / pageSize_); }
 
 void BTreeFile::Truncate(uint32_t pages) {
-    if (::ftruncate(data_->fd, uint64_t(pages) * pageSize_) != 0) ThrowIo("resize", path_);
-    data_->size = uint64_t(pages) * pageSize_;
+    data_->file.SetSize(uint64_t(pages) * pageSize_, false);
 }
 
 bool BTreeFile::ReadState(StateKind kind, BTreeState& state) {
     const std::string& p = StatePath(kind);
-    const int fd = ::open(p.c_str(), O_RDONLY);
-    if (fd < 0) {
-        if (errno == ENOENT) return false;
-        ThrowIo("open", p);
-    }
+    if (!VantuFile::FileExists(p)) return false;
+    FileHandle file;
+    if (const int error = file.Open(p, FileHandle::kRead)) ThrowFileError(VantuFile::kActionOpenRead, p, error);
     uint8_t b[kStateSize + 1];
-    const ssize_t n = ::read(fd, b, sizeof b);
-    ::close(fd);
-    if (n != ssize_t(kStateSize) || Get32(b) != kStateMagic || Get32(b + 4) != kStateVersion ||
+    size_t n = 0;
+    if (const int error = file.ReadAt(0, b, sizeof b, n)) ThrowFileError(VantuFile::kActionRead, p, error);
+    if (n != kStateSize || Get32(b) != kStateMagic || Get32(b + 4) != kStateVersion ||
         Get32(b + 36) != static_cast<uint32_t>(crc32(0, b, 36)))
-        ThrowCorrupt("state record " + p);
-    if (Get32(b + 8) != pageSize_ || Get32(b + 12) != flags_) ThrowCorrupt("page size or shape of " + p);
+        VantuFile::ThrowCorruptFile(p, "not a B-tree state record");
+    if (Get32(b + 8) != pageSize_ || Get32(b + 12) != flags_)
+        VantuFile::ThrowCorruptFile(p, "the tree was made with another page size or shape");
     state.sequence = Get32(b + 16) | (uint64_t(Get32(b + 20)) << 32);
     state.root = Get32(b + 24);
     state.height = Get32(b + 28);
@@ -115,6 +101,7 @@ bool BTreeFile::ReadState(StateKind kind, BTreeState& state) {
     return true;
 }
 
+// Written beside the record and renamed over it, so that a crash leaves the old record or the new one.
 void BTreeFile::WriteState(StateKind kind, const BTreeState& state) {
     uint8_t b[kStateSize];
     Put32(b, kStateMagic);
@@ -129,23 +116,20 @@ void BTreeFile::WriteState(StateKind kind, const BTreeState& state) {
     Put32(b + 36, static_cast<uint32_t>(crc32(0, b, 36)));
     const std::string& p = StatePath(kind);
     const std::string tmp = p + ".tmp";
-    const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0) ThrowIo("open", tmp);
-    const bool ok = ::write(fd, b, sizeof b) == ssize_t(sizeof b) && ::fsync(fd) == 0;
-    ::close(fd);
-    if (!ok || ::rename(tmp.c_str(), p.c_str()) != 0) ThrowIo("write", p);
+    {
+        FileHandle file;
+        if (const int error = file.Open(tmp, FileHandle::kCreate)) ThrowFileError(VantuFile::kActionOpenWrite, tmp, error);
+        if (const int error = file.WriteAt(0, b, sizeof b)) ThrowFileError(VantuFile::kActionWrite, tmp, error);
+    }
+    VantuFile::RenameDurably(tmp, p);
 }
 
-void BTreeFile::DeleteState(StateKind kind) {
-    const std::string& p = StatePath(kind);
-    if (::unlink(p.c_str()) != 0 && errno != ENOENT) ThrowIo("delete", p);
-}
+void BTreeFile::DeleteState(StateKind kind) { VantuFile::DeleteDurably(StatePath(kind)); }
 
 uint64_t BTreeFile::SizeOnDisk() const {
-    struct stat st {};
-    uint64_t total = data_->size;
-    if (::stat(headPath_.c_str(), &st) == 0) total += st.st_size;
-    if (::stat(pendingPath_.c_str(), &st) == 0) total += st.st_size;
+    uint64_t total = data_->file.Size();
+    for (const std::string* p : {&headPath_, &pendingPath_})
+        if (VantuFile::FileExists(*p)) total += kStateSize;
     return total;
 }
 

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "TempDir.h"
+#include "file/FileException.h"
 #include "store/BTreeMap.h"
 #include "store/BTreeMultiMap.h"
 #include "store/BTreeSet.h"
@@ -164,14 +165,14 @@ TEST(BTree, DamagedOrTruncatedFileRaises) {
         f.seekp(size / 2);
         f.put('\x5a');
     }
-    EXPECT_THROW(findAll(), Vantu::Exception);
+    EXPECT_THROW(findAll(), VantuFile::FileException);
     std::filesystem::resize_file(path, size / 3);
-    EXPECT_THROW(findAll(), Vantu::Exception);
+    EXPECT_THROW(findAll(), VantuFile::FileException);
     {
         std::ofstream head(BTreeFile::SideFileName(path, "head"), std::ios::binary | std::ios::app);
         head.put('x');
     }
-    EXPECT_THROW(findAll(), Vantu::Exception);
+    EXPECT_THROW(findAll(), VantuFile::FileException);
 }
 
 TEST(BTree, ReadOnlyRefusesChangesUntilAllowed) {
@@ -182,7 +183,7 @@ TEST(BTree, ReadOnlyRefusesChangesUntilAllowed) {
         first.Insert(1u, 1u);
         first.Commit();
     }
-    EXPECT_THROW(U32Map(dir / "missing.uri", kSmallPage, 1 << 16, true), Vantu::Exception);
+    EXPECT_THROW(U32Map(dir / "missing.uri", kSmallPage, 1 << 16, true), VantuFile::FileException);
     U32Map tree(path, kSmallPage, 1 << 16);
     tree.Insert(2u, 2u);
     tree.Commit();
