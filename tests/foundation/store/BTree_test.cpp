@@ -230,7 +230,9 @@ void RunDifferential(bool duplicates, uint32_t seed) {
             m = work.erase(m);
             ASSERT_TRUE(nextValid);
             ASSERT_EQ(next == tree->end(), m == work.end());
-            if (m != work.end()) EXPECT_EQ(next->first, m->first);
+            if (m != work.end()) {
+                EXPECT_EQ(next->first, m->first);
+            }
         } else if (op < 880) {
             const std::string k = key();
             auto it = tree->Find(k);
