@@ -1,5 +1,6 @@
 #include "SarOperationPool.h"
 
+#include <algorithm>
 #include <exception>
 
 #include "SarException.h"
