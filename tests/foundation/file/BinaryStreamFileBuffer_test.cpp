@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "file/BinaryStream.h"
+#include "TempDir.h"
 #include "file/BinaryStreamFileBuffer.h"
+#include "file/CFileGrowT.h"
 #include "store/ZLib.h"
 #include "store/ZLibCompressedBuffer.h"
 
@@ -131,4 +133,43 @@ TEST(BinaryStreamFileBuffer, ZlibUnitThenPlainTrailerThroughFileBuffers) {
     EXPECT_EQ(tail, 77u);
     EXPECT_EQ(trailer, 0xBEEF);
     EXPECT_TRUE(input.EndOfFile());
+}
+
+TEST(BinaryStreamFileBuffer, RealGrowingFileKeepsUnitAndTrailerAcrossReopen) {
+    SarvaneTest::TempDir dir;
+    const std::string text(100000, 'q');
+    {
+        VantuFile::CFileGrowT<unsigned int> file(dir / "unit.trn", 0x10000);
+        file.Open(VantuFile::CFileBase::kModeCreate);
+        VantuFile::OCFileBufferT<unsigned int> output(file);
+        VantuCompression::ZLib zlib(1, 8, 15);
+        VantuCompression::OCompressedBufferT<unsigned int> compressed(output, &zlib);
+        BinaryStreamT<unsigned int> body(compressed);
+        body << text;
+        compressed.Finish();
+        BinaryStreamT<unsigned int> plain(output);
+        plain << uint32_t(0xFEEDu);
+        output.Flush();
+        EXPECT_EQ(file.Allocated(), file.Size());  // a flushed growing file has no slack
+        file.Close();
+    }
+    VantuFile::CFileT<unsigned int> file(dir / "unit.trn");
+    file.Open(VantuFile::CFileBase::kModeRead);
+    VantuFile::ICFileBufferT<unsigned int> input(file, 0x1000);
+    VantuCompression::ZLib zlib(1, 6, 15);  // any zlib unit reads, whatever its level
+    VantuCompression::ICompressedBufferT<unsigned int> inflater(input, &zlib);
+    BinaryStreamT<unsigned int> body(inflater);
+    std::string back;
+    uint32_t trailer;
+    BinaryStreamT<unsigned int> plain(input);
+    body >> back;
+    plain >> trailer;
+    EXPECT_EQ(back, text);
+    EXPECT_EQ(trailer, 0xFEEDu);
+    EXPECT_TRUE(input.EndOfFile());
+    input.SeekG(4, kSeekEnd, kSeekBackward);
+    plain >> trailer;
+    EXPECT_EQ(trailer, 0xFEEDu);
+    VantuFile::OCFileBufferT<unsigned int> readOnly(file);
+    EXPECT_THROW(readOnly.SeekP(1, kSeekBegin, kSeekBackward), VantuFile::SeekOutOfRangeException);
 }
