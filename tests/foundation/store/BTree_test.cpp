@@ -203,6 +203,7 @@ void RunDifferential(bool duplicates, uint32_t seed) {
     auto tree = std::make_unique<Tree>(path, kSmallPage, 8 * kSmallPage);
     Model committed, pending, work;
     bool hasPending = false;
+    typename Tree::iterator hint = tree->Begin();
     std::mt19937 rng(seed);
     auto key = [&] { return std::to_string(rng() % 3000); };
     auto contents = [](const Model& m) { return std::vector<std::pair<std::string, unsigned>>(m.begin(), m.end()); };
@@ -235,7 +236,8 @@ void RunDifferential(bool duplicates, uint32_t seed) {
             }
         } else if (op < 880) {
             const std::string k = key();
-            auto it = tree->Find(k);
+            auto it = step % 2 ? tree->FindEx(hint, k) : tree->Find(k);  // a hint near or far gives the same
+            hint = it;
             auto m = work.find(k);
             ASSERT_EQ(it == tree->end(), m == work.end());
             if (m == work.end()) continue;
@@ -261,6 +263,7 @@ void RunDifferential(bool duplicates, uint32_t seed) {
             tree.reset();
             tree = std::make_unique<Tree>(path, kSmallPage, 8 * kSmallPage);
             work = hasPending ? pending : committed;
+            hint = tree->Begin();
         }
         ASSERT_EQ(tree->GetRecordCount(), work.size()) << "step " << step;
     }
