@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "file/BinaryStreamBuf.h"
 
@@ -83,46 +84,46 @@ private:
 };
 
 // The operators return the stream's own type, so that a chain may go on with operators that other
-// records define on BinaryStreamT<unsigned int>.
+// records define on BinaryStreamT<unsigned int>. A temporary stream works too, for one expression.
 template <class S>
-concept BinaryStreamLike = std::derived_from<S, BaseBinaryStream>;
+concept BinaryStreamLike = std::derived_from<std::remove_cvref_t<S>, BaseBinaryStream>;
 
 template <BinaryStreamLike S, class V>
     requires std::is_arithmetic_v<V>
-S& operator<<(S& stream, V value) {
+S&& operator<<(S&& stream, V value) {
     stream.PutScalar(value);
-    return stream;
+    return std::forward<S>(stream);
 }
 
 template <BinaryStreamLike S, class V>
     requires std::is_arithmetic_v<V>
-S& operator>>(S& stream, V& value) {
+S&& operator>>(S&& stream, V& value) {
     stream.GetScalar(value);
-    return stream;
+    return std::forward<S>(stream);
 }
 
 template <BinaryStreamLike S>
-S& operator<<(S& stream, std::string_view text) {
+S&& operator<<(S&& stream, std::string_view text) {
     stream.PutString(text);
-    return stream;
+    return std::forward<S>(stream);
 }
 
 template <BinaryStreamLike S>
-S& operator<<(S& stream, std::u16string_view text) {
+S&& operator<<(S&& stream, std::u16string_view text) {
     stream.PutString(text);
-    return stream;
+    return std::forward<S>(stream);
 }
 
 template <BinaryStreamLike S>
-S& operator>>(S& stream, std::string& text) {
+S&& operator>>(S&& stream, std::string& text) {
     stream.GetString(text);
-    return stream;
+    return std::forward<S>(stream);
 }
 
 template <BinaryStreamLike S>
-S& operator>>(S& stream, std::u16string& text) {
+S&& operator>>(S&& stream, std::u16string& text) {
     stream.GetString(text);
-    return stream;
+    return std::forward<S>(stream);
 }
 
 }  // namespace Vantu

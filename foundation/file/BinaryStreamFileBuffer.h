@@ -119,7 +119,10 @@ protected:
     T vSeekP(T, Vantu::SeekOrigin, Vantu::SeekDirection) override {
         Vantu::ThrowNotImplemented("ICFileBufferT<T>::SeekP: Not implemented!");
     }
-    T vTellG() override { return file_->Tell() - T(Buffered()); }
+    T vTellG() override {
+        DropMovedWindow();
+        return file_->Tell() - T(Buffered());
+    }
     T vSeekG(T offset, Vantu::SeekOrigin origin, Vantu::SeekDirection direction) override;
     T vSize() override { return file_->Size(); }
     bool vEndOfFile() override { return Buffered() == 0 && file_->EndOfFile(); }
@@ -133,10 +136,17 @@ protected:
 
 private:
     size_t Buffered() const { return window_.size() - windowRead_; }
+    // A writer sharing the file object moves its position; the window then no longer ends there and
+    // may hold bytes that were overwritten, so it is dropped. A writer that leaves the file exactly at
+    // the window's end goes unnoticed: such a caller clears this buffer itself.
+    void DropMovedWindow() {
+        if (!window_.empty() && file_->Tell() != windowBase_ + T(window_.size())) vClear();
+    }
 
     File* file_;
     size_t readAhead_;
-    // Bytes read ahead from the file; the file's position is at the window's end.
+    // Bytes read ahead from the file at windowBase_; the file's position is at the window's end.
+    T windowBase_ = 0;
     std::vector<uint8_t> window_;
     size_t windowRead_ = 0;
 };
@@ -144,7 +154,9 @@ private:
 template <class T, class File>
 size_t ICFileBufferT<T, File>::vGet(void* data, size_t n) {
     auto* bytes = static_cast<uint8_t*>(data);
+    DropMovedWindow();
     if (Buffered() == 0 && n < readAhead_) {
+        windowBase_ = file_->Tell();
         window_.resize(readAhead_);
         window_.resize(file_->Read(window_.data(), 1, readAhead_, false));
         windowRead_ = 0;
@@ -158,12 +170,11 @@ size_t ICFileBufferT<T, File>::vGet(void* data, size_t n) {
 
 template <class T, class File>
 T ICFileBufferT<T, File>::vSeekG(T offset, Vantu::SeekOrigin origin, Vantu::SeekDirection direction) {
+    DropMovedWindow();
     const T here = vTellG();
     const T target = T(Vantu::SeekTarget(here, file_->Size(), T(~T(0)), offset, origin, direction));
-    const T windowEnd = file_->Tell();
-    const T windowStart = windowEnd - T(window_.size());
-    if (!window_.empty() && target >= windowStart && target <= windowEnd) {
-        windowRead_ = size_t(target - windowStart);
+    if (!window_.empty() && target >= windowBase_ && target - windowBase_ <= window_.size()) {
+        windowRead_ = size_t(target - windowBase_);
         return target;
     }
     vClear();

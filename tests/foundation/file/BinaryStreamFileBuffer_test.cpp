@@ -93,6 +93,16 @@ TEST(BinaryStreamFileBuffer, WriteBehindGathersSmallWritesAndPassesLargeOnes) {
     EXPECT_EQ(big.substr(14), std::string(40, 'x'));
     EXPECT_TRUE(input.EndOfFile());
     EXPECT_EQ(input.SeekG(4, kSeekEnd, kSeekBackward), 56u);
+
+    // A writer on the same file object moves it: the window read before is not served again.
+    input.SeekG(0);
+    stream >> v;
+    Output writer(file);
+    writer.SeekP(0);
+    BinaryStreamT<unsigned int>(&writer) << uint16_t(0x55);
+    input.SeekG(0);
+    stream >> v;
+    EXPECT_EQ(v, 0x55u);  // the file held 9 there before
     try {
         input.Put("x", 1);
         FAIL();
