@@ -117,3 +117,25 @@ TEST(CFile, GrowingFileReservesInStepsAndFlushLeavesNoSlack) {
     EXPECT_EQ(ActionOf([&] { reader.Seek(2600); }), kActionSeek);
     reader.Close();
 }
+
+// D11: a writer's flush, resize and close never move a reader of the same file.
+TEST(CFile, D11_WriterFlushResizeAndCloseLeaveAReaderWhereItWas) {
+    SarvaneTest::TempDir dir;
+    std::string data(300, 'r');
+    CFileGrowT<uint32_t> writer(dir / "shared.bin", 4096);
+    writer.Open(CFileBase::kModeCreate);
+    writer.Write(data.data(), 1, data.size());
+    writer.Flush();
+    CFileGrowT<uint32_t> reader(dir / "shared.bin", 4096);
+    reader.Open(CFileBase::kModeRead);
+    reader.Seek(100);
+    writer.Seek(0);
+    writer.Write("WW", 1, 2);
+    writer.Flush();
+    writer.SetSize(250, false);
+    writer.Close();
+    char buffer[50];
+    EXPECT_EQ(reader.Read(buffer, 1, 50, true), 50u);
+    EXPECT_EQ(reader.Tell(), 150u);
+    EXPECT_EQ(std::string(buffer, 50), data.substr(150, 50));
+}
