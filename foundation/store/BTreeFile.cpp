@@ -4,13 +4,10 @@
 
 #include "file/CFileT.h"
 #include "file/FileException.h"
-#include "file/FileHandle.h"
 #include "file/FileSystem.h"
+#include "file/StateFile.h"
 
 namespace VantuBTree {
-
-using VantuFile::FileHandle;
-using VantuFile::ThrowFileError;
 
 namespace {
 
@@ -81,15 +78,15 @@ void BTreeFile::Truncate(uint32_t pages) {
     data_->file.SetSize(uint64_t(pages) * pageSize_, false);
 }
 
+// A replacement that a crash cut short is finished first; a read-only tree takes the newer file as it is.
 bool BTreeFile::ReadState(StateKind kind, BTreeState& state) {
     const std::string& p = StatePath(kind);
-    if (!VantuFile::FileExists(p)) return false;
-    FileHandle file;
-    if (const int error = file.Open(p, FileHandle::kRead)) ThrowFileError(VantuFile::kActionOpenRead, p, error);
-    uint8_t b[kStateSize + 1];
-    size_t n = 0;
-    if (const int error = file.ReadAt(0, b, sizeof b, n)) ThrowFileError(VantuFile::kActionRead, p, error);
-    if (n != kStateSize || Get32(b) != kStateMagic || Get32(b + 4) != kStateVersion ||
+    std::string bytes;
+    if (!readOnly_) VantuFile::StateFile::Recover(p);
+    const bool found = (readOnly_ && VantuFile::StateFile::Read(p + ".new", bytes)) || VantuFile::StateFile::Read(p, bytes);
+    if (!found) return false;
+    const auto* b = reinterpret_cast<const uint8_t*>(bytes.data());
+    if (bytes.size() != kStateSize || Get32(b) != kStateMagic || Get32(b + 4) != kStateVersion ||
         Get32(b + 36) != static_cast<uint32_t>(crc32(0, b, 36)))
         VantuFile::ThrowCorruptFile(p, "not a B-tree state record");
     if (Get32(b + 8) != pageSize_ || Get32(b + 12) != flags_)
@@ -101,7 +98,6 @@ bool BTreeFile::ReadState(StateKind kind, BTreeState& state) {
     return true;
 }
 
-// Written beside the record and renamed over it, so that a crash leaves the old record or the new one.
 void BTreeFile::WriteState(StateKind kind, const BTreeState& state) {
     uint8_t b[kStateSize];
     Put32(b, kStateMagic);
@@ -114,14 +110,7 @@ void BTreeFile::WriteState(StateKind kind, const BTreeState& state) {
     Put32(b + 28, state.height);
     Put32(b + 32, state.count);
     Put32(b + 36, static_cast<uint32_t>(crc32(0, b, 36)));
-    const std::string& p = StatePath(kind);
-    const std::string tmp = p + ".tmp";
-    {
-        FileHandle file;
-        if (const int error = file.Open(tmp, FileHandle::kCreate)) ThrowFileError(VantuFile::kActionOpenWrite, tmp, error);
-        if (const int error = file.WriteAt(0, b, sizeof b)) ThrowFileError(VantuFile::kActionWrite, tmp, error);
-    }
-    VantuFile::RenameDurably(tmp, p);
+    VantuFile::StateFile::Replace(StatePath(kind), std::string(reinterpret_cast<const char*>(b), sizeof b));
 }
 
 void BTreeFile::DeleteState(StateKind kind) { VantuFile::DeleteDurably(StatePath(kind)); }
