@@ -3,6 +3,7 @@
 //   SARVANE_BTREE_SOAK_CUTS=1000 <build>/tests/foundation_store_BTreeCrash_test --gtest_filter='*Soak*'
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <functional>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include "CrashHarness.h"
 #include "TempDir.h"
 #include "file/FaultInjector.h"
+#include "file/FileException.h"
 #include "store/BTreeMap.h"
 
 using namespace VantuBTree;
@@ -153,6 +155,23 @@ TEST(BTreeCrash, D8_RollbackCutAnywhere) {
         return c.completed ? Judge(dir, "A", "A", "A") : Judge(dir, "AB", "A", "AB");
     };
     ExpectAllCasesPass(s, 2);  // the pending record's deletion and its folder's sync
+}
+
+// A Commit whose last step failed leaves a pending record as old as the head; reopening deletes it. A crash
+// anywhere in that reopening keeps B.
+TEST(BTreeCrash, D8_ReopenAfterUnfinishedCommitCutAnywhere) {
+    CrashScenario s;
+    s.setup = [](const std::string& dir) {
+        SetUpPendingB(dir);
+        FaultInjector injector;
+        injector.Activate();
+        injector.FailAt(VantuFile::FileOp::Delete, 1, EIO);
+        Tree tree(TreePath(dir), kPage, kCache);
+        EXPECT_THROW(tree.Commit(), VantuFile::FileException);
+    };
+    s.run = [](const std::string& dir) { Tree reopened(TreePath(dir), kPage, kCache); };
+    s.check = [](const std::string& dir, const CrashCase& c) { return Judge(dir, "B", "B", "B"); };
+    ExpectAllCasesPass(s, 2);
 }
 
 // Random work with commits, pre-commits and rollbacks, cut by power loss at a random operation; after each
