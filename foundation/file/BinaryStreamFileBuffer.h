@@ -162,7 +162,7 @@ size_t ICFileBufferT<T, File>::vGet(void* data, size_t n) {
         windowRead_ = 0;
     }
     const size_t fromWindow = std::min(n, Buffered());
-    std::memcpy(bytes, window_.data() + windowRead_, fromWindow);
+    if (fromWindow > 0) std::memcpy(bytes, window_.data() + windowRead_, fromWindow);
     windowRead_ += fromWindow;
     if (fromWindow == n) return n;
     return fromWindow + file_->Read(bytes + fromWindow, 1, n - fromWindow, false);
