@@ -1,5 +1,6 @@
 // Crashes of a tree at every durable operation of PreCommit, Commit, Rollback and reopening, in every mode
-// of the crash harness (process death, power loss, torn power loss), and a power-cut soak of 12 cuts. A long soak (about 50 s per 1000 cuts):
+// of the crash harness (process death, power loss, torn power loss), and a power-cut soak of 12 cuts. A long
+// soak (1000 cuts take 15 to 50 s, as the disk syncs):
 //   SARVANE_BTREE_SOAK_CUTS=1000 <build>/tests/foundation_store_BTreeCrash_test --gtest_filter='*Soak*'
 #include <gtest/gtest.h>
 
