@@ -253,7 +253,9 @@ BTreeIterator BTree::FindEx(const BTreeIterator& hint, const Record& key) {
         else lo = mid + 1;
     }
     path.slot[path.depth - 1] = lo;
-    return Compare(key, RecordAt(path)) ? end_ : MakeIterator(path);
+    BTreeIterator it = Compare(key, RecordAt(path)) ? end_ : MakeIterator(path);
+    cache_.Trim();
+    return it;
 }
 
 BTreeIterator BTree::LowerBound(const Record& key) {
@@ -272,7 +274,11 @@ BTreeIterator BTree::UpperBound(const Record& key) {
     return it;
 }
 
-BTreeIterator BTree::Begin() { return MakeIterator(SeekRank(0)); }
+BTreeIterator BTree::Begin() {
+    BTreeIterator it = MakeIterator(SeekRank(0));
+    cache_.Trim();
+    return it;
+}
 
 // ---- changing -----------------------------------------------------------------------------------
 
@@ -642,6 +648,7 @@ BTreeIterator& BTreeIterator::operator++() {
     tree_->Refresh(*this);
     if (tree_->Advance(path_)) record_.Assign(tree_->RecordAt(path_));
     else record_.Assign({});
+    tree_->cache_.Trim();  // a scan of the whole tree keeps to the cache's size
     return *this;
 }
 
