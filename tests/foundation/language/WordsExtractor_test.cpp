@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <random>
+
 #include "SarQueryPreprocessor.h"
 #include "core/Text.h"
 #include "file/BinaryStream.h"
@@ -95,33 +98,58 @@ TEST(WordsExtractor, WordsPositionsAndNormalForms) {
 
 // What a document stores under a word must be what a query looks up: the query's text goes through the
 // preprocessor, then each of its words through ToLowerBase, the stop test and the stemmer.
+// Checked with stemming off and on, over a fixed text and a fixed-seed list of generated words.
 TEST(WordsExtractor, AgreesWithTheQuerySide) {
-    const Language english(Language::kEnglish);
-    StopWords stopWords(false);
-    stopWords.AddStopWord(u"\u00c9t\u00e9");
-    const WordsExtractor extractor(english, stopWords);
-    const std::u16string text =
-        u"\u0152uvres \ufb01nancing STRA\u00dfE re-use 3.14 \u0130stanbul \u0386\u039b\u03a6\u0391 caf\u00e9's "
-        u"\u00c6sthetic x_y foo@bar \u65e5\u672c\u8a9e \u00e9t\u00e9 ETE \uff21\uff22 \u01c4ungla a\u00d7b Cafe\u0301";
-
-    std::vector<WordsExtractor::Word> words;
-    extractor.Extract(text, words);
-
-    std::u16string preprocessed;
-    Ostrel::SarQueryPreprocessor::Preprocess(text, english, preprocessed);
-    std::vector<std::u16string> queryNormals;
-    const char16_t* cursor = preprocessed.data();
-    const char16_t* const end = cursor + preprocessed.size();
-    std::u16string word, normal;
-    while (english.FindWord(cursor, end, word)) {
-        english.NormalForm(word, stopWords, normal);
-        queryNormals.push_back(normal);
+    std::mt19937 random(7);
+    static const char16_t kLetters[] = u"aeiouybcdfgklmnprstzAEIOUéèàçñüßœæﬁİ";
+    std::u16string generated;
+    for (int w = 0; w < 2000; ++w) {
+        for (int n = 1 + random() % 12; n > 0; --n) generated += kLetters[random() % (std::size(kLetters) - 1)];
+        generated += random() % 5 ? u" " : u"-";
     }
-    ASSERT_EQ(queryNormals.size(), words.size());
-    for (size_t i = 0; i < words.size(); ++i)
-        EXPECT_EQ(Vantu::ToUtf8(words[i].normal), Vantu::ToUtf8(queryNormals[i])) << Vantu::ToUtf8(words[i].text);
-    EXPECT_TRUE(words[17].stopWord);  // été
-    EXPECT_TRUE(words[18].stopWord);  // ETE
+    for (Language::StemmingType type : {Language::kNoStemming, Language::kEnglish, Language::kFrench}) {
+        SCOPED_TRACE(int(type));
+        const Language english(type);
+        StopWords stopWords(false);
+        stopWords.AddStopWord(u"\u00c9t\u00e9");
+        const WordsExtractor extractor(english, stopWords);
+        const std::u16string text =
+            u"\u0152uvres \ufb01nancing STRA\u00dfE re-use 3.14 \u0130stanbul \u0386\u039b\u03a6\u0391 caf\u00e9's "
+            u"\u00c6sthetic x_y foo@bar \u65e5\u672c\u8a9e \u00e9t\u00e9 ETE \uff21\uff22 \u01c4ungla a\u00d7b Cafe\u0301";
+
+        std::vector<WordsExtractor::Word> words;
+        extractor.Extract(text, words);
+
+        std::u16string preprocessed;
+        Ostrel::SarQueryPreprocessor::Preprocess(text, english, preprocessed);
+        std::vector<std::u16string> queryNormals;
+        const char16_t* cursor = preprocessed.data();
+        const char16_t* const end = cursor + preprocessed.size();
+        std::u16string word, normal;
+        while (english.FindWord(cursor, end, word)) {
+            english.NormalForm(word, stopWords, normal);
+            queryNormals.push_back(normal);
+        }
+        ASSERT_EQ(queryNormals.size(), words.size());
+        for (size_t i = 0; i < words.size(); ++i)
+            EXPECT_EQ(Vantu::ToUtf8(words[i].normal), Vantu::ToUtf8(queryNormals[i])) << Vantu::ToUtf8(words[i].text);
+        EXPECT_TRUE(words[17].stopWord);  // été
+        EXPECT_TRUE(words[18].stopWord);  // ETE
+
+        words.clear();
+        extractor.Extract(generated, words);
+        preprocessed.clear();
+        Ostrel::SarQueryPreprocessor::Preprocess(generated, english, preprocessed);
+        cursor = preprocessed.data();
+        const char16_t* const generatedEnd = cursor + preprocessed.size();
+        size_t i = 0;
+        for (; english.FindWord(cursor, generatedEnd, word); ++i) {
+            english.NormalForm(word, stopWords, normal);
+            ASSERT_LT(i, words.size());
+            EXPECT_EQ(Vantu::ToUtf8(words[i].normal), Vantu::ToUtf8(normal)) << Vantu::ToUtf8(words[i].text);
+        }
+        EXPECT_EQ(i, words.size());
+    }
 }
 
 // The stored form: u32 count, then each position as a u32.
