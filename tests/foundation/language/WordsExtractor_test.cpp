@@ -109,10 +109,10 @@ TEST(WordsExtractor, AgreesWithTheQuerySide) {
     }
     for (Language::StemmingType type : {Language::kNoStemming, Language::kEnglish, Language::kFrench}) {
         SCOPED_TRACE(int(type));
-        const Language english(type);
+        const Language language(type);
         StopWords stopWords(false);
         stopWords.AddStopWord(u"\u00c9t\u00e9");
-        const WordsExtractor extractor(english, stopWords);
+        const WordsExtractor extractor(language, stopWords);
         const std::u16string text =
             u"\u0152uvres \ufb01nancing STRA\u00dfE re-use 3.14 \u0130stanbul \u0386\u039b\u03a6\u0391 caf\u00e9's "
             u"\u00c6sthetic x_y foo@bar \u65e5\u672c\u8a9e \u00e9t\u00e9 ETE \uff21\uff22 \u01c4ungla a\u00d7b Cafe\u0301";
@@ -121,13 +121,13 @@ TEST(WordsExtractor, AgreesWithTheQuerySide) {
         extractor.Extract(text, words);
 
         std::u16string preprocessed;
-        Ostrel::SarQueryPreprocessor::Preprocess(text, english, preprocessed);
+        Ostrel::SarQueryPreprocessor::Preprocess(text, language, preprocessed);
         std::vector<std::u16string> queryNormals;
         const char16_t* cursor = preprocessed.data();
         const char16_t* const end = cursor + preprocessed.size();
         std::u16string word, normal;
-        while (english.FindWord(cursor, end, word)) {
-            english.NormalForm(word, stopWords, normal);
+        while (language.FindWord(cursor, end, word)) {
+            language.NormalForm(word, stopWords, normal);
             queryNormals.push_back(normal);
         }
         ASSERT_EQ(queryNormals.size(), words.size());
@@ -139,12 +139,12 @@ TEST(WordsExtractor, AgreesWithTheQuerySide) {
         words.clear();
         extractor.Extract(generated, words);
         preprocessed.clear();
-        Ostrel::SarQueryPreprocessor::Preprocess(generated, english, preprocessed);
+        Ostrel::SarQueryPreprocessor::Preprocess(generated, language, preprocessed);
         cursor = preprocessed.data();
         const char16_t* const generatedEnd = cursor + preprocessed.size();
         size_t i = 0;
-        for (; english.FindWord(cursor, generatedEnd, word); ++i) {
-            english.NormalForm(word, stopWords, normal);
+        for (; language.FindWord(cursor, generatedEnd, word); ++i) {
+            language.NormalForm(word, stopWords, normal);
             ASSERT_LT(i, words.size());
             EXPECT_EQ(Vantu::ToUtf8(words[i].normal), Vantu::ToUtf8(normal)) << Vantu::ToUtf8(words[i].text);
         }
