@@ -1,0 +1,353 @@
+#include "Sarvane.h"
+
+#include <fnmatch.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "SarException.h"
+#include "SarThreads.h"
+#include "SarvaneConfigLock.h"
+#include "core/Text.h"
+#include "file/BinaryStreamException.h"
+#include "file/FileSystem.h"
+
+namespace Ostrel {
+
+namespace {
+
+using ConfigRead = SarvaneConfigReadLock<SarvaneInternalConfig>;
+using ConfigWrite = SarvaneConfigWriteLock<SarvaneInternalConfig>;
+
+// DeleteIndex removes the slice's files by these patterns, in this order.
+constexpr const char* kIndexFilePatterns[] = {
+    "*.cache", "*.trs", "*.trc", "*.trd", "*.trb", "*.tc",  "*.trn", "*.ttp", "*.dix", "*.din", "*.dtr",
+    "*.tix",   "*.tin", "*.tps", "*.ttr", "*.ltr", "*.lcf", "*.lci", "*.urd", "*.uri", "*.cix", "*.cin",
+    "*.ctr",   "*.info", "*.osd", "*.log", "*.pty", "*.sin", "*.six", "*.cor", "*.dat"};
+constexpr const char* kTransactionFiles = "Index-*.trn";
+constexpr const char* kTransactionsKept = "Transactions";
+
+// The regular files of `directory` whose names match `pattern`, sorted by name.
+std::vector<std::string> ListFiles(const std::string& directory, const char* pattern) {
+    std::vector<std::string> paths;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
+        const std::string name = entry.path().filename().string();
+        if (entry.is_regular_file(error) && fnmatch(pattern, name.c_str(), 0) == 0) paths.push_back(entry.path());
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+}  // namespace
+
+Sarvane::Sarvane(const SarvaneConfig& config) : config_(new SarvaneInternalConfig(config)) { CreateIndexPath(); }
+
+Sarvane::~Sarvane() { Stop(false); }
+
+std::string Sarvane::Directory() const {
+    ConfigRead hold(*config_);
+    return config_->GetIndexFilesPathAsString();
+}
+
+void Sarvane::CreateIndexPath() const {
+    ConfigRead hold(*config_);
+    const std::string directory = config_->GetIndexFilesPathAsString();
+    if (!std::filesystem::is_directory(directory)) std::filesystem::create_directories(directory);
+}
+
+void Sarvane::Initialize(Vantu::LogCallInterface* log) { log_ = log; }
+
+void Sarvane::Start(bool readOnly) {
+    if (started_) throw SarIndexAlreadyStarted();
+    readerExitFlag_ = false;
+    abortFlag_ = false;
+    stopFlag_ = false;
+    // An index of another version fails here, before anything in it is touched.
+    ReadInfoFile(true);
+    readOnly_ = readOnly;
+    {
+        ConfigRead hold(*config_);
+        // The stores open here, in the order of started_'s note, each with config_ and readOnly.
+        started_ = true;
+    }
+    ReadInfoFile(false);
+    // A read-only slice has no reader; its stores finish their recovery here once they exist.
+    if (!readOnly) StartTransactionsReader();
+}
+
+void Sarvane::Stop(bool abortTransaction) {
+    flushRequested_ = false;
+    readerExitFlag_ = true;
+    stopFlag_ = true;
+    abortFlag_ = abortTransaction;
+    transactionsEvent_.Post();
+    flushDoneEvent_.Post();
+    // Waits for the reader's end while holding nothing it could need (T1).
+    readerThread_ = nullptr;
+    VantuThread::WriteLocker files(filesLock_);
+    {
+        // An open transaction is dropped without PreCommit: recovery removes what it left.
+        std::lock_guard<std::mutex> writer(writerLock_);
+    }
+    started_ = false;
+}
+
+void Sarvane::ReadInfoFile(bool versionOnly) {
+    ConfigRead hold(*config_);
+    const std::string path = SarIndexInfo::LoadPath(config_->GetIndexFilesPathAsString());
+    if (path.empty()) {
+        if (!versionOnly) SaveInfoFile(true);
+        return;
+    }
+    if (versionOnly) return SarIndexInfo::CheckVersion(path);
+    info_.Load(path, config_->GetEnableWordCorrectorLexicon());
+    documentsWithShingles_ = info_.documentsWithShingles;
+}
+
+void Sarvane::SaveInfoFile(bool direct) {
+    ConfigRead hold(*config_);
+    info_.documentsWithShingles = documentsWithShingles_;
+    info_.Save(config_->GetIndexFilesPathAsString(), direct, config_->GetEnableWordCorrectorLexicon());
+}
+
+void Sarvane::CheckWritable() const {
+    if (!started_) throw SarIndexNotStarted();
+    if (readOnly_) throw SarIndexReadOnly();
+}
+
+void Sarvane::PreCommitFromReader() {
+    CheckWritable();
+    SaveInfoFile(false);
+}
+
+void Sarvane::CommitFromReader() {
+    CheckWritable();
+    SarIndexInfo::Commit(Directory());
+}
+
+void Sarvane::RollbackFromReader() {
+    CheckWritable();
+    ReadInfoFile(false);
+}
+
+void Sarvane::RecoveryDoneFromReader() { CheckWritable(); }
+
+void Sarvane::StartTransactionsReader() {
+    // An old reader ends first.
+    readerExitFlag_ = true;
+    transactionsEvent_.Post();
+    readerThread_ = nullptr;
+    readerExitFlag_ = false;
+    abortFlag_ = false;
+    cancelShrink_ = false;
+    {
+        std::lock_guard<std::mutex> hold(statisticsLock_);
+        readerFailure_ = nullptr;
+    }
+    {
+        ConfigRead hold(*config_);
+        readerStartedEvent_.Reset();
+        readerThread_ = SarStartThread(kTransactionReaderThreadName,
+                                       VantuThread::MakeFunction(this, &Sarvane::ReadTransactions),
+                                       config_->GetIndexingPriority());
+    }
+    // Outside the configuration's lock: the reader's recovery reads the configuration, and a writer
+    // waiting for that lock would hold the reader back (T1).
+    readerStartedEvent_.Wait();
+    RethrowReaderFailure();
+}
+
+void* Sarvane::ReadTransactions(void*) {
+    try {
+        // Building the transaction reader runs the stores' recovery here, before the slice counts as up.
+        readerStartedEvent_.Post();
+        CountPendingTransactions();
+        RunReaderLoop();
+    } catch (...) {
+        ReaderFailed(std::current_exception());
+    }
+    return nullptr;
+}
+
+void Sarvane::CountPendingTransactions() {
+    std::lock_guard<std::mutex> hold(statisticsLock_);
+    pendingTransactions_ = uint32_t(ListFiles(Directory(), kTransactionFiles).size());
+}
+
+void Sarvane::RunReaderLoop() {
+    while (!readerExitFlag_) {
+        // Read before looking for work, so that a flush asked for after an empty look waits for the next (T3).
+        const bool flushWanted = flushRequested_;
+        // Applying "Index-*.trn" files comes with the transaction reader; until then none is ever at hand.
+        if (flushWanted && flushRequested_.exchange(false)) flushDoneEvent_.Post();
+        if (readerExitFlag_) break;
+        transactionsEvent_.Wait();
+        // The flag is read again at the top, so a reset here never loses a stop.
+        if (!readerExitFlag_) transactionsEvent_.Reset();
+    }
+}
+
+void Sarvane::ReaderFailed(std::exception_ptr failure) {
+    VantuThread::ReportFailure(kTransactionReaderThreadName, failure);
+    {
+        std::lock_guard<std::mutex> hold(statisticsLock_);
+        readerFailure_ = failure;
+    }
+    // Whoever waits on the reader wakes and finds the failure (T2).
+    flushRequested_ = false;
+    flushDoneEvent_.Post();
+    readerStartedEvent_.Post();
+}
+
+void Sarvane::RethrowReaderFailure() const {
+    std::exception_ptr failure;
+    {
+        std::lock_guard<std::mutex> hold(statisticsLock_);
+        failure = readerFailure_;
+    }
+    if (failure) std::rethrow_exception(failure);
+}
+
+void Sarvane::Flush() {
+    std::lock_guard<std::mutex> one(flushLock_);
+    CheckWritable();
+    RethrowReaderFailure();
+    // A signal left by an earlier Stop must not answer this flush.
+    flushDoneEvent_.Reset();
+    flushRequested_ = true;
+    transactionsEvent_.Post();
+    if (!stopFlag_) flushDoneEvent_.Wait();
+    RethrowReaderFailure();
+    if (stopFlag_) throw SarIndexNotStarted();
+}
+
+void Sarvane::DoRecovery(bool recover) {
+    if (started_) throw SarIndexAlreadyStarted();
+    CreateIndexPath();
+    // The transaction writer finishes (`recover`) or undoes the transaction files here.
+    (void)recover;
+    transactionsEvent_.Post();
+}
+
+void Sarvane::CheckForRecovery() const {
+    // The transaction writer and reader tell here whether a transaction is unfinished; without them none is.
+}
+
+void Sarvane::DeleteIndex() {
+    if (started_) throw SarIndexAlreadyStarted();
+    ConfigRead hold(*config_);
+    const std::string directory = config_->GetIndexFilesPathAsString();
+    for (const char* pattern : kIndexFilePatterns)
+        for (const std::string& path : ListFiles(directory, pattern)) VantuFile::DeleteDurably(path);
+    const std::filesystem::path kept = std::filesystem::path(directory) / kTransactionsKept;
+    if (std::filesystem::is_directory(kept)) std::filesystem::remove_all(kept);
+    // A file of another kind keeps the directory.
+    std::error_code error;
+    if (std::filesystem::is_directory(directory, error) && std::filesystem::is_empty(directory, error))
+        std::filesystem::remove(directory, error);
+}
+
+void Sarvane::PreCommit() {
+    std::lock_guard<std::mutex> writer(writerLock_);
+    // Nothing to do without an open transaction; the transaction writer brings one.
+}
+
+void Sarvane::Commit() {
+    std::lock_guard<std::mutex> writer(writerLock_);
+}
+
+void Sarvane::DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>&) {
+    CheckWritable();
+    Vantu::ThrowNotImplemented("Sarvane::DeleteDocuments : Not implemented!");
+}
+
+unsigned int Sarvane::GetPendingTransactions() const {
+    std::lock_guard<std::mutex> hold(statisticsLock_);
+    return pendingTransactions_;
+}
+
+void Sarvane::ApplyShrink() { Vantu::ThrowNotImplemented("Sarvane::ApplyShrink : Not implemented!"); }
+
+void Sarvane::CancelShrink() { cancelShrink_ = true; }
+
+void Sarvane::DeleteShrink() { Vantu::ThrowNotImplemented("Sarvane::DeleteShrink : Not implemented!"); }
+
+void Sarvane::SetSarvaneConfig(const SarvaneConfig& config) {
+    if (readOnly_) throw SarIndexReadOnly();
+    ConfigWrite hold(*config_);
+    if (config.GetPhysicalID() != config_->GetPhysicalID()) throw SarInvalidPhysicalIndexID(SAR_MESSAGE(6));
+    if (config.GetMirrorID() != config_->GetMirrorID()) throw SarInvalidMirrorID(SAR_MESSAGE(5));
+    if (config.GetSliceID() != config_->GetSliceID()) throw SarInvalidSliceID(SAR_MESSAGE(7));
+    if (started_ && !config_->ValidRunningModifications(config)) throw SarInvalidConfiguration(SAR_MESSAGE(4));
+    if (readerThread_ && config.GetIndexingPriority() != config_->GetIndexingPriority())
+        readerThread_->SetPriority(config.GetIndexingPriority());
+    *config_ = config;
+}
+
+void Sarvane::AddFixedResult(const std::u16string&, const std::u16string&, uint16_t, unsigned int, uint16_t,
+                             uint16_t) {
+    CheckWritable();
+    Vantu::ThrowNotImplemented("Sarvane::AddFixedResult : Not implemented!");
+}
+
+void Sarvane::ClearFixedResults() {
+    CheckWritable();
+    Vantu::ThrowNotImplemented("Sarvane::ClearFixedResults : Not implemented!");
+}
+
+void Sarvane::ClearFieldAliases() {
+    if (!started_) throw SarIndexNotStarted();
+    Vantu::ThrowNotImplemented("Sarvane::ClearFieldAliases : Not implemented!");
+}
+
+void Sarvane::AddFieldAlias(const std::u16string&, const std::u16string&) {
+    if (!started_) throw SarIndexNotStarted();
+    Vantu::ThrowNotImplemented("Sarvane::AddFieldAlias : Not implemented!");
+}
+
+unsigned char Sarvane::GetCustomFieldType(const std::string&) const {
+    if (!started_) throw SarIndexNotStarted();
+    Vantu::ThrowNotImplemented("Sarvane::GetCustomFieldType : Not implemented!");
+}
+
+bool Sarvane::IsCustomFieldRankable(const std::string&) const {
+    Vantu::ThrowNotImplemented("Sarvane::IsCustomFieldRankable : Not implemented!");
+}
+
+void Sarvane::AddSupportedCollection(uint16_t collection) {
+    std::lock_guard<std::mutex> hold(collectionsLock_);
+    supportedCollections_.insert(collection);
+}
+
+void Sarvane::RemoveSupportedCollection(uint16_t collection) {
+    std::lock_guard<std::mutex> hold(collectionsLock_);
+    if (!supportedCollections_.erase(collection)) throw SarInvalidCollectionID(SAR_MESSAGE(8, collection));
+}
+
+std::u16string Sarvane::GetHostName() const {
+    char name[256] = {};
+    gethostname(name, sizeof name - 1);
+    return Vantu::FromUtf8(name);
+}
+
+uint64_t Sarvane::GetDiskSpaceUsed() const {
+    // The stores add their own sizes here once they exist.
+    const std::string directory = Directory();
+    uint64_t total = 0;
+    std::error_code error;
+    for (const char* pattern : {SarIndexInfo::kFileName, "Index-*.tr?*"})
+        for (const std::string& path : ListFiles(directory, pattern)) total += std::filesystem::file_size(path, error);
+    return total;
+}
+
+bool Sarvane::HasEnoughFreeSpaceToShrink() const {
+    Vantu::ThrowNotImplemented("Sarvane::HasEnoughFreeSpaceToShrink : Not implemented!");
+}
+
+std::u16string Sarvane::GetIndexFilesPath() const {
+    ConfigRead hold(*config_);
+    return config_->GetIndexFilesPath();
+}
+
+}  // namespace Ostrel

@@ -1,0 +1,128 @@
+// One slice: a self-contained index in its own directory, started and stopped by its container, with a
+// reader thread "TransactionReader" that applies finished transactions. Any thread; the slice guards itself.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "SarIndexInfo.h"
+#include "SarvaneCallInterface.h"
+#include "SarvaneInternalConfig.h"
+#include "core/EventSemaphore.h"
+#include "core/LogCallInterface.h"
+#include "core/ReadWriteSemaphore.h"
+#include "core/RefCounted.h"
+#include "core/Thread.h"
+
+namespace Ostrel {
+
+class Sarvane : public SarvaneCallInterface {
+public:
+    // Copies the configuration and creates the index directory; opens no store.
+    explicit Sarvane(const SarvaneConfig& config);
+    ~Sarvane() override;
+    Sarvane(const Sarvane&) = delete;
+    Sarvane& operator=(const Sarvane&) = delete;
+
+    void Start(bool readOnly) override;
+    // Works in any state and raises nothing of its own; a second Stop does nothing.
+    void Stop(bool abortTransaction) override;
+    void DeleteIndex() override;
+    void Initialize(Vantu::LogCallInterface* log) override;
+    void PreCommit() override;
+    void Commit() override;
+    void DoRecovery(bool recover) override;
+    void DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>& documents) override;
+    unsigned int GetPendingTransactions() const override;
+    void ApplyShrink() override;
+    void CancelShrink() override;
+    void DeleteShrink() override;
+    void SetSarvaneConfig(const SarvaneConfig& config) override;
+    void AddFixedResult(const std::u16string& query, const std::u16string& uri, uint16_t order,
+                        unsigned int documentId, uint16_t collection, uint16_t source) override;
+    void ClearFixedResults() override;
+    // Waits until the reader has applied every finished transaction; a reader that died raises its failure.
+    void Flush() override;
+    void ClearFieldAliases() override;
+    void AddFieldAlias(const std::u16string& alias, const std::u16string& field) override;
+    unsigned char GetCustomFieldType(const std::string& field) const override;
+    bool IsCustomFieldRankable(const std::string& field) const override;
+    void AddSupportedCollection(uint16_t collection) override;
+    void RemoveSupportedCollection(uint16_t collection) override;
+    void CheckForRecovery() const override;
+    std::u16string GetHostName() const override;
+    uint64_t GetDiskSpaceUsed() const override;
+    bool HasEnoughFreeSpaceToShrink() const override;
+    std::u16string GetIndexFilesPath() const override;
+
+    // The reader's steps of a transaction's life: write "Index.info.new", make it "Index.info", load the
+    // counters back from disk, and the end of recovery. Each needs a started, writable slice.
+    void PreCommitFromReader();
+    void CommitFromReader();
+    void RollbackFromReader();
+    void RecoveryDoneFromReader();
+
+    bool IsStarted() const { return started_; }
+    bool IsReadOnly() const { return readOnly_; }
+    void AddDocumentContainingShingle() { ++documentsWithShingles_; }
+    void DeleteDocumentContainingShingle() { --documentsWithShingles_; }
+    int32_t GetDocumentsWithShingles() const { return documentsWithShingles_; }
+
+private:
+    std::string Directory() const;
+    void CreateIndexPath() const;
+    void ReadInfoFile(bool versionOnly);
+    void SaveInfoFile(bool direct);
+    void CheckWritable() const;
+    void StartTransactionsReader();
+    void* ReadTransactions(void*);
+    void RunReaderLoop();
+    void CountPendingTransactions();
+    // Keeps what ended the reader and releases everyone who waits on it.
+    void ReaderFailed(std::exception_ptr failure);
+    void RethrowReaderFailure() const;
+
+    // Plain flags, polled across threads, each paired with the event that wakes the poller.
+    std::atomic<bool> stopFlag_{false};
+    std::atomic<bool> abortFlag_{false};
+    std::atomic<bool> readerExitFlag_{false};
+    std::atomic<bool> flushRequested_{false};
+    std::atomic<bool> readOnly_{false};
+    std::atomic<bool> cancelShrink_{false};
+    // Stands for the document store until it exists: set by Start, cleared by Stop. The stores come in this
+    // order: documents, terms, document-id map, collections, small terms, lexicon, ranking, word corrector,
+    // security; Stop releases them in its own order under filesLock_.
+    std::atomic<bool> started_{false};
+    std::atomic<int32_t> documentsWithShingles_{0};
+
+    Vantu::SmartPtr<Vantu::LogCallInterface> log_;
+    const Vantu::SmartPtr<SarvaneInternalConfig> config_;
+    // The counters of "Index.info" beyond documentsWithShingles_; their stores will own them.
+    SarIndexInfo info_;
+
+    uint32_t nextTransaction_ = 0;
+    // Orders every access to the open transaction, which comes with the transaction writer.
+    std::mutex writerLock_;
+    // One Flush waits at a time: the reader answers a drain with one signal.
+    std::mutex flushLock_;
+
+    VantuThread::EventSemaphore transactionsEvent_{true, false};
+    VantuThread::EventSemaphore readerStartedEvent_{true, false};
+    VantuThread::EventSemaphore flushDoneEvent_{false, false};
+    Vantu::RefCount<VantuThread::Thread> readerThread_;
+    // What ended the reader (T2); guarded by statisticsLock_.
+    std::exception_ptr readerFailure_;
+
+    VantuThread::ReadWriteSemaphore filesLock_;
+    std::set<uint16_t> supportedCollections_;
+    mutable std::mutex collectionsLock_;
+    uint32_t pendingTransactions_ = 0;
+    mutable std::mutex statisticsLock_;
+};
+
+}  // namespace Ostrel
