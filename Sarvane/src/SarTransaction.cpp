@@ -27,10 +27,6 @@ SarTransaction::SarTransaction(const std::u16string& path, bool compressed)
       inputStream_(compressed ? static_cast<Vantu::BinaryStreamBufT<unsigned int>&>(inputCompressed_)
                               : inputFileBuffer_) {}
 
-SarTransaction::~SarTransaction() {
-    // The members close the file; a caller that needs the log durable has called Close.
-}
-
 void SarTransaction::Open(bool forReading) {
     reading_ = forReading;
     // Whatever an earlier Open left in the buffers belongs to another life of the file.

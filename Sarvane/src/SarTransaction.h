@@ -31,7 +31,8 @@ public:
     SarTransaction(const std::u16string& path, bool compressed);
     SarTransaction(const SarTransaction&) = delete;
     SarTransaction& operator=(const SarTransaction&) = delete;
-    ~SarTransaction();
+    // Closes the file without syncing it: a caller that needs the log durable has called Close.
+    ~SarTransaction() = default;
 
     // Starts afresh. Writing empties the file and writes a header of magic, 0, 0; reading checks the
     // magic (SarInvalidIndexVersionException, message 16, leaving the file open) and keeps the header.
