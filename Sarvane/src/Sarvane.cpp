@@ -19,11 +19,13 @@ namespace {
 using ConfigRead = SarvaneConfigReadLock<SarvaneInternalConfig>;
 using ConfigWrite = SarvaneConfigWriteLock<SarvaneInternalConfig>;
 
-// DeleteIndex removes the slice's files by these patterns, in this order.
+// DeleteIndex removes the slice's files by these patterns, in this order. The companions of "Index.info"
+// go with it: a ".new" one left behind would be read as the counters of the next index made here.
 constexpr const char* kIndexFilePatterns[] = {
-    "*.cache", "*.trs", "*.trc", "*.trd", "*.trb", "*.tc",  "*.trn", "*.ttp", "*.dix", "*.din", "*.dtr",
-    "*.tix",   "*.tin", "*.tps", "*.ttr", "*.ltr", "*.lcf", "*.lci", "*.urd", "*.uri", "*.cix", "*.cin",
-    "*.ctr",   "*.info", "*.osd", "*.log", "*.pty", "*.sin", "*.six", "*.cor", "*.dat"};
+    "*.cache", "*.trs",      "*.trc",      "*.trd", "*.trb", "*.tc",  "*.trn", "*.ttp", "*.dix",
+    "*.din",   "*.dtr",      "*.tix",      "*.tin", "*.tps", "*.ttr", "*.ltr", "*.lcf", "*.lci",
+    "*.urd",   "*.uri",      "*.cix",      "*.cin", "*.ctr", "*.info", "*.info.new", "*.info.tmp",
+    "*.osd",   "*.log",      "*.pty",      "*.sin", "*.six", "*.cor", "*.dat"};
 constexpr const char* kTransactionFiles = "Index-*.trn";
 constexpr const char* kTransactionsKept = "Transactions";
 

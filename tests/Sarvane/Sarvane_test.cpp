@@ -1,0 +1,273 @@
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "RecordingLog.h"
+#include "SarException.h"
+#include "SarIndexInfo.h"
+#include "Sarvane.h"
+#include "SarvaneContainer.h"
+#include "SarvaneContainerConfig.h"
+#include "TempDir.h"
+#include "core/Text.h"
+#include "file/FileSystem.h"
+
+using namespace Ostrel;
+using namespace SarvaneTest;
+
+namespace {
+
+SarvaneConfig SliceConfig(const std::string& path, uint16_t slice = 1) {
+    SarvaneConfig config(1, 1, slice);
+    config.SetIndexFilesPath(Vantu::FromUtf8(path));
+    return config;
+}
+
+// Threads of this process whose name the system shows as `name` (cut at 15 bytes).
+int ThreadsNamed(std::string name) {
+    name.resize(std::min<size_t>(name.size(), 15));
+    int count = 0;
+    DIR* tasks = opendir("/proc/self/task");
+    while (dirent* entry = readdir(tasks)) {
+        std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
+        std::string shown;
+        if (std::getline(comm, shown) && shown == name) ++count;
+    }
+    closedir(tasks);
+    return count;
+}
+
+void Touch(const std::string& path, size_t size = 0) { std::ofstream(path, std::ios::binary) << std::string(size, 'x'); }
+
+template <class E>
+int32_t MessageIdOf(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const E& e) {
+        return e.GetMessageInfo() ? e.GetMessageInfo()->Id() : -1;
+    }
+    ADD_FAILURE() << "nothing thrown";
+    return -2;
+}
+
+}  // namespace
+
+TEST(Sarvane, StartsStopsAndStartsAgainWithTheReaderOnlyWhenWritable) {
+    TempDir dir;
+    const std::string path = dir / "slice";
+    Sarvane slice(SliceConfig(path));
+    EXPECT_TRUE(std::filesystem::is_directory(path));
+    EXPECT_FALSE(VantuFile::FileExists(path + "/Index.info"));
+    EXPECT_THROW(slice.PreCommitFromReader(), SarIndexNotStarted);
+    EXPECT_THROW(slice.Flush(), SarIndexNotStarted);
+
+    const int before = ThreadsNamed("TransactionReader");
+    slice.Start(false);
+    EXPECT_TRUE(slice.IsStarted());
+    EXPECT_TRUE(VantuFile::FileExists(path + "/Index.info"));
+    EXPECT_EQ(ThreadsNamed("TransactionReader"), before + 1);
+    EXPECT_THROW(slice.Start(false), SarIndexAlreadyStarted);
+    EXPECT_THROW(slice.DoRecovery(false), SarIndexAlreadyStarted);
+    EXPECT_THROW(slice.DeleteIndex(), SarIndexAlreadyStarted);
+    for (int i = 0; i < 20; ++i) slice.Flush();
+    EXPECT_EQ(slice.GetPendingTransactions(), 0u);
+
+    slice.Stop(false);
+    EXPECT_FALSE(slice.IsStarted());
+    EXPECT_EQ(ThreadsNamed("TransactionReader"), before);
+    slice.Stop(true);  // a second Stop does nothing
+    EXPECT_THROW(slice.Flush(), SarIndexNotStarted);
+
+    // A read-only slice has no reader and refuses the reader's steps and every change.
+    slice.Start(true);
+    EXPECT_EQ(ThreadsNamed("TransactionReader"), before);
+    EXPECT_THROW(slice.PreCommitFromReader(), SarIndexReadOnly);
+    EXPECT_THROW(slice.Flush(), SarIndexReadOnly);
+    EXPECT_THROW(slice.SetSarvaneConfig(SliceConfig(path)), SarIndexReadOnly);
+    slice.Stop(false);
+
+    // Found transaction files count as pending from the reader's first look.
+    Touch(path + "/Index-0000000001.trn", 100);
+    Touch(path + "/Index-0000000002.trn", 10);
+    slice.Start(false);
+    EXPECT_EQ(slice.GetPendingTransactions(), 2u);
+    EXPECT_EQ(slice.GetDiskSpaceUsed(), std::filesystem::file_size(path + "/Index.info") + 110);
+    EXPECT_EQ(slice.GetIndexFilesPath(), Vantu::FromUtf8(path));
+    EXPECT_FALSE(slice.GetHostName().empty());
+}
+
+TEST(Sarvane, CountersPassThroughIndexInfoAndARollbackReadsTheCommittedOnes) {
+    TempDir dir;
+    const std::string path = dir / "slice";
+    {
+        Sarvane slice(SliceConfig(path));
+        slice.Start(false);
+        for (int i = 0; i < 3; ++i) slice.AddDocumentContainingShingle();
+        slice.PreCommitFromReader();
+        slice.CommitFromReader();
+        EXPECT_FALSE(VantuFile::FileExists(path + "/Index.info.new"));
+
+        // D1: a pre-committed state is not what a rollback reads back.
+        slice.DeleteDocumentContainingShingle();
+        slice.PreCommitFromReader();
+        ASSERT_TRUE(VantuFile::FileExists(path + "/Index.info.new"));
+        slice.RollbackFromReader();
+        EXPECT_EQ(slice.GetDocumentsWithShingles(), 3);
+        slice.AddDocumentContainingShingle();
+    }  // the destructor stops
+    Sarvane again(SliceConfig(path));
+    again.Start(false);
+    EXPECT_EQ(again.GetDocumentsWithShingles(), 3);
+    again.Stop(false);
+
+    // A directory that holds only "Index.info.new" starts from it.
+    std::filesystem::rename(path + "/Index.info", path + "/Index.info.new");
+    again.Start(true);
+    EXPECT_EQ(again.GetDocumentsWithShingles(), 3);
+}
+
+TEST(Sarvane, AnotherVersionFailsTheStartBeforeAnythingIsTouched) {
+    TempDir dir;
+    const std::string path = dir / "slice";
+    Sarvane slice(SliceConfig(path));
+    std::ofstream(path + "/Index.info", std::ios::binary) << std::string("\x01\x02\x03\x04garbage", 11);
+    try {
+        slice.Start(false);
+        FAIL() << "started";
+    } catch (const SarInvalidIndexVersionException& e) {
+        EXPECT_EQ(e.GetMessageInfo()->Id(), 16);
+        EXPECT_EQ(e.GetMessageInfo()->Params().at(0), u"67305985");
+        EXPECT_EQ(e.GetMessageInfo()->Params().at(1), u"200403111");
+    }
+    EXPECT_FALSE(slice.IsStarted());
+    EXPECT_EQ(std::filesystem::file_size(path + "/Index.info"), 11u);
+    EXPECT_FALSE(VantuFile::FileExists(path + "/Index.info.tmp"));
+}
+
+TEST(Sarvane, DeleteIndexRemovesTheIndexFilesAndTheDirectoryUnlessAForeignFileStays) {
+    TempDir dir;
+    const std::string path = dir / "slice";
+    Sarvane slice(SliceConfig(path));
+    slice.Start(false);
+    slice.Stop(false);
+    // The companions of "Index.info" go too: a ".new" one would be the next index's counters.
+    for (const char* name : {"Index-0000000003.trn", "a.dix", "b.pty", "c.cor", "Index.info.new", "Index.info.tmp",
+                             "keep.me"})
+        Touch(path + "/" + name);
+    std::filesystem::create_directories(path + "/Transactions/old");
+    Touch(path + "/Transactions/old/Index-0000000001.trn");
+    slice.DeleteIndex();
+    std::vector<std::string> left;
+    for (const auto& entry : std::filesystem::directory_iterator(path)) left.push_back(entry.path().filename());
+    EXPECT_EQ(left, std::vector<std::string>{"keep.me"});
+
+    std::filesystem::remove(path + "/keep.me");
+    slice.DeleteIndex();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    // Recovery brings the directory back for the next start.
+    slice.DoRecovery(true);
+    EXPECT_TRUE(std::filesystem::is_directory(path));
+}
+
+TEST(Sarvane, ConfigurationAndCollectionsRefuseWhatTheSliceCannotTake) {
+    TempDir dir;
+    const std::string path = dir / "slice";
+    Sarvane slice(SliceConfig(path));
+    SarvaneConfig other(2, 1, 1);
+    other.SetIndexFilesPath(Vantu::FromUtf8(path));
+    EXPECT_EQ(MessageIdOf<SarInvalidPhysicalIndexID>([&] { slice.SetSarvaneConfig(other); }), 6);
+    other = SarvaneConfig(1, 2, 1);
+    EXPECT_EQ(MessageIdOf<SarInvalidMirrorID>([&] { slice.SetSarvaneConfig(other); }), 5);
+    EXPECT_EQ(MessageIdOf<SarInvalidSliceID>([&] { slice.SetSarvaneConfig(SliceConfig(path, 2)); }), 7);
+
+    slice.Start(false);
+    SarvaneConfig moved = SliceConfig(dir / "elsewhere");
+    EXPECT_EQ(MessageIdOf<SarInvalidConfiguration>([&] { slice.SetSarvaneConfig(moved); }), 4);
+    SarvaneConfig slower = SliceConfig(path);
+    slower.SetIndexingPriority(VantuThread::Priority::BelowNormal);
+    slice.SetSarvaneConfig(slower);
+    slice.Flush();
+
+    slice.AddSupportedCollection(4);
+    slice.RemoveSupportedCollection(4);
+    EXPECT_EQ(MessageIdOf<SarInvalidCollectionID>([&] { slice.RemoveSupportedCollection(4); }), 8);
+}
+
+namespace {
+
+class NoSharedStore : public SarcSharedStore {
+public:
+    void Commit() override {}
+    void Rollback() override {}
+};
+
+class NoURIStore : public SarcURIStore {
+public:
+    void Commit() override {}
+    void Rollback() override {}
+    void RecoveryDone() override {}
+    void BeginTransaction() override {}
+};
+
+class NoSecurityCache : public SarcSecurityCache {
+public:
+    void Commit() override {}
+    void Rollback() override {}
+    void RetrieveLocalNetworkIDs(const std::vector<SarcIdentity>& ids, std::vector<SarcIdentity>& out) override {
+        out = ids;
+    }
+    void ExpandAllGroupsAgain() override {}
+};
+
+// The container's own stores do nothing here: the test is about the slices they sit beside.
+class NoStores : public SarvaneContainerStores {
+public:
+    std::unique_ptr<SarcSharedStore> CreateCachedCopies(const std::string&, bool) override {
+        return std::make_unique<NoSharedStore>();
+    }
+    std::unique_ptr<SarcSharedStore> CreateLinks(const std::string&, bool) override {
+        return std::make_unique<NoSharedStore>();
+    }
+    void RecoverShrink(const SarvaneContainerConfig&) override {}
+    Vantu::SmartPtr<SarcURIStore> CreateURIStore(const SarvaneContainerConfig&, bool) override {
+        return new NoURIStore;
+    }
+    Vantu::SmartPtr<SarcSecurityCache> CreateSecurityCache(const SarvaneContainerConfig&, bool) override {
+        return new NoSecurityCache;
+    }
+};
+
+}  // namespace
+
+TEST(Sarvane, ContainerStartsStopsAndDeletesRealSlices) {
+    TempDir dir;
+    std::filesystem::create_directories(dir / "index");
+    SarvaneContainerConfig config(Vantu::FromUtf8(dir.Path()), Vantu::FromUtf8(dir / "index"), 2, 85,
+                                  VantuThread::Priority::Normal, VantuThread::Priority::Normal, u"");
+    Vantu::SmartPtr<SarvaneTest::RecordingLog> log(new SarvaneTest::RecordingLog);
+    Vantu::SmartPtr<SarvaneContainer> container(new SarvaneContainer(config, log, std::make_unique<NoStores>()));
+    container->AddPhysicalIndex(1);
+    std::vector<Sarvane*> slices;
+    for (uint16_t id : {1, 2}) {
+        slices.push_back(new Sarvane(SliceConfig(dir / ("index/slice" + std::to_string(id)), id)));
+        container->AddSliceIndex(slices.back(), 1, 1, id);
+    }
+    const int before = ThreadsNamed("TransactionReader");
+    container->Start(false);
+    for (Sarvane* slice : slices) EXPECT_TRUE(slice->IsStarted());
+    EXPECT_EQ(ThreadsNamed("TransactionReader"), before + 2);
+    EXPECT_TRUE(VantuFile::FileExists(dir / "index/slice2/Index.info"));
+    container->Stop(false);
+    for (Sarvane* slice : slices) EXPECT_FALSE(slice->IsStarted());
+    EXPECT_EQ(ThreadsNamed("TransactionReader"), before);
+
+    container->Start(true);
+    EXPECT_TRUE(slices[0]->IsReadOnly());
+    container->Stop(false);
+    container->DeleteIndex();
+    EXPECT_FALSE(std::filesystem::exists(dir / "index/slice1"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "index/slice2"));
+}
