@@ -162,7 +162,7 @@ void Sarvane::StartTransactionsReader() {
 
 void* Sarvane::ReadTransactions(void*) {
     try {
-        // Building the transaction reader runs the stores' recovery here, before the slice counts as up.
+        RecoverStoresFromReader();
         readerStartedEvent_.Post();
         CountPendingTransactions();
         RunReaderLoop();

@@ -73,6 +73,11 @@ public:
     void DeleteDocumentContainingShingle() { --documentsWithShingles_; }
     int32_t GetDocumentsWithShingles() const { return documentsWithShingles_; }
 
+protected:
+    // The reader's first step, before the slice counts as up: building the transaction reader runs the
+    // recovery of the stores here. A failure ends the reader and reaches Start.
+    virtual void RecoverStoresFromReader() {}
+
 private:
     std::string Directory() const;
     void CreateIndexPath() const;

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 
@@ -97,6 +98,33 @@ TEST(Sarvane, StartsStopsAndStartsAgainWithTheReaderOnlyWhenWritable) {
     EXPECT_EQ(slice.GetDiskSpaceUsed(), std::filesystem::file_size(path + "/Index.info") + 110);
     EXPECT_EQ(slice.GetIndexFilesPath(), Vantu::FromUtf8(path));
     EXPECT_FALSE(slice.GetHostName().empty());
+}
+
+// A slice whose reader fails in its recovery while `fail` is set.
+class FailingRecovery : public Sarvane {
+public:
+    using Sarvane::Sarvane;
+    ~FailingRecovery() override { Stop(false); }
+    std::atomic<bool> fail{true};
+
+protected:
+    void RecoverStoresFromReader() override {
+        if (fail) throw SarNoSpaceLeft();
+    }
+};
+
+TEST(Sarvane, T2_AReaderThatFailsEndsTheWaitsOfStartAndFlush) {
+    TempDir dir;
+    FailingRecovery slice(SliceConfig(dir / "slice"));
+    EXPECT_THROW(slice.Start(false), SarNoSpaceLeft);
+    // The failed start leaves the slice up for the caller to stop; nothing waits on the dead reader.
+    EXPECT_TRUE(slice.IsStarted());
+    EXPECT_THROW(slice.Flush(), SarNoSpaceLeft);
+    EXPECT_THROW(slice.Flush(), SarNoSpaceLeft);
+    slice.Stop(false);
+    slice.fail = false;
+    slice.Start(false);
+    slice.Flush();
 }
 
 TEST(Sarvane, CountersPassThroughIndexInfoAndARollbackReadsTheCommittedOnes) {
