@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "file/BinaryStream.h"
@@ -104,7 +103,6 @@ class SarTransactionCounter {
 public:
     // The full path of the next transaction file, "<indexPath>/Index-NNNNNNNNNN.trn".
     std::u16string NextTransactionPath(const std::u16string& indexPath);
-    uint64_t Next() const { return next_; }
 
 private:
     uint64_t next_ = 0;

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstring>
+#include <algorithm>
 #include <fstream>
+#include <functional>
 #include <sys/stat.h>
 
 #include "CrashHarness.h"
