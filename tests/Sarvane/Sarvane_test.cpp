@@ -5,6 +5,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "RecordingLog.h"
 #include "SarException.h"
@@ -125,6 +126,32 @@ TEST(Sarvane, T2_AReaderThatFailsEndsTheWaitsOfStartAndFlush) {
     slice.fail = false;
     slice.Start(false);
     slice.Flush();
+}
+
+TEST(Sarvane, FlushesFromSeveralThreadsEndAndAStopReleasesThoseStillWaiting) {
+    TempDir dir;
+    Sarvane slice(SliceConfig(dir / "slice"));
+    for (int round = 0; round < 3; ++round) {
+        slice.Start(false);
+        std::atomic<int> answered{0};
+        std::vector<std::thread> flushers;
+        for (int t = 0; t < 4; ++t)
+            flushers.emplace_back([&] {
+                for (int i = 0; i < 50; ++i) {
+                    try {
+                        slice.Flush();
+                    } catch (const SarIndexNotStarted&) {
+                    }
+                    ++answered;
+                }
+            });
+        // The first round stops while the flushes run; the others once they are done.
+        if (round > 0)
+            while (answered < 200) std::this_thread::yield();
+        slice.Stop(false);
+        for (std::thread& t : flushers) t.join();
+        EXPECT_EQ(answered, 200);
+    }
 }
 
 TEST(Sarvane, CountersPassThroughIndexInfoAndARollbackReadsTheCommittedOnes) {
