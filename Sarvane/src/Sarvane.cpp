@@ -1,8 +1,11 @@
 #include "Sarvane.h"
 
 #include <fnmatch.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <filesystem>
 
 #include "SarException.h"
@@ -10,6 +13,7 @@
 #include "SarvaneConfigLock.h"
 #include "core/Text.h"
 #include "file/BinaryStreamException.h"
+#include "file/FileException.h"
 #include "file/FileSystem.h"
 
 namespace Ostrel {
@@ -55,7 +59,10 @@ std::string Sarvane::Directory() const {
 void Sarvane::CreateIndexPath() const {
     ConfigRead hold(*config_);
     const std::string directory = config_->GetIndexFilesPathAsString();
-    if (!std::filesystem::is_directory(directory)) std::filesystem::create_directories(directory);
+    if (std::filesystem::is_directory(directory)) return;
+    if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST)
+        VantuFile::ThrowFileError(VantuFile::kActionOpenWrite, directory);
+    VantuFile::SyncDirectoryOf(directory);
 }
 
 void Sarvane::Initialize(Vantu::LogCallInterface* log) { log_ = log; }
@@ -70,7 +77,10 @@ void Sarvane::Start(bool readOnly) {
     readOnly_ = readOnly;
     {
         ConfigRead hold(*config_);
-        // The stores open here, in the order of started_'s note, each with config_ and readOnly.
+        // The stores open here, in the order of started_'s note, each with config_ and readOnly; fresh stores
+        // start from zero counters, which a new "Index.info" records.
+        info_ = SarIndexInfo();
+        documentsWithShingles_ = 0;
         started_ = true;
     }
     ReadInfoFile(false);
@@ -242,12 +252,14 @@ void Sarvane::DeleteIndex() {
     const std::string directory = config_->GetIndexFilesPathAsString();
     for (const char* pattern : kIndexFilePatterns)
         for (const std::string& path : ListFiles(directory, pattern)) VantuFile::DeleteDurably(path);
-    const std::filesystem::path kept = std::filesystem::path(directory) / kTransactionsKept;
-    if (std::filesystem::is_directory(kept)) std::filesystem::remove_all(kept);
-    // A file of another kind keeps the directory.
     std::error_code error;
-    if (std::filesystem::is_directory(directory, error) && std::filesystem::is_empty(directory, error))
-        std::filesystem::remove(directory, error);
+    const std::string kept = directory + "/" + kTransactionsKept;
+    if (std::filesystem::is_directory(kept, error) && std::filesystem::remove_all(kept, error) == uintmax_t(-1))
+        VantuFile::ThrowFileError(VantuFile::kActionDelete, kept, error.value());
+    // A file of another kind keeps the directory.
+    if (std::filesystem::is_directory(directory, error) && std::filesystem::is_empty(directory, error) &&
+        rmdir(directory.c_str()) != 0)
+        VantuFile::ThrowFileError(VantuFile::kActionDelete, directory);
 }
 
 void Sarvane::PreCommit() {

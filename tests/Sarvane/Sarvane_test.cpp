@@ -207,6 +207,8 @@ TEST(Sarvane, DeleteIndexRemovesTheIndexFilesAndTheDirectoryUnlessAForeignFileSt
     const std::string path = dir / "slice";
     Sarvane slice(SliceConfig(path));
     slice.Start(false);
+    slice.AddDocumentContainingShingle();
+    slice.PreCommitFromReader();
     slice.Stop(false);
     // The companions of "Index.info" go too: a ".new" one would be the next index's counters.
     for (const char* name : {"Index-0000000003.trn", "a.dix", "b.pty", "c.cor", "Index.info.new", "Index.info.tmp",
@@ -222,9 +224,11 @@ TEST(Sarvane, DeleteIndexRemovesTheIndexFilesAndTheDirectoryUnlessAForeignFileSt
     std::filesystem::remove(path + "/keep.me");
     slice.DeleteIndex();
     EXPECT_FALSE(std::filesystem::exists(path));
-    // Recovery brings the directory back for the next start.
+    // Recovery brings the directory back, and the next start begins a new index from zero.
     slice.DoRecovery(true);
     EXPECT_TRUE(std::filesystem::is_directory(path));
+    slice.Start(false);
+    EXPECT_EQ(slice.GetDocumentsWithShingles(), 0);
 }
 
 TEST(Sarvane, ConfigurationAndCollectionsRefuseWhatTheSliceCannotTake) {
