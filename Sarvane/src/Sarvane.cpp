@@ -97,11 +97,9 @@ void Sarvane::Stop(bool abortTransaction) {
     flushDoneEvent_.Post();
     // Waits for the reader's end while holding nothing it could need (T1).
     readerThread_ = nullptr;
+    // The stores go under filesLock_, so that no query holds one; an open transaction goes without PreCommit,
+    // and recovery removes what it left.
     VantuThread::WriteLocker files(filesLock_);
-    {
-        // An open transaction is dropped without PreCommit: recovery removes what it left.
-        std::lock_guard<std::mutex> writer(writerLock_);
-    }
     started_ = false;
 }
 
@@ -262,14 +260,10 @@ void Sarvane::DeleteIndex() {
         VantuFile::ThrowFileError(VantuFile::kActionDelete, directory);
 }
 
-void Sarvane::PreCommit() {
-    std::lock_guard<std::mutex> writer(writerLock_);
-    // Nothing to do without an open transaction; the transaction writer brings one.
-}
+// Both act on the open transaction that the transaction writer brings; without one there is nothing to do.
+void Sarvane::PreCommit() {}
 
-void Sarvane::Commit() {
-    std::lock_guard<std::mutex> writer(writerLock_);
-}
+void Sarvane::Commit() {}
 
 void Sarvane::DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>&) {
     CheckWritable();

@@ -110,9 +110,6 @@ private:
     // The counters of "Index.info" beyond documentsWithShingles_; their stores will own them.
     SarIndexInfo info_;
 
-    uint32_t nextTransaction_ = 0;
-    // Orders every access to the open transaction, which comes with the transaction writer.
-    std::mutex writerLock_;
     // One Flush waits at a time: the reader answers a drain with one signal.
     std::mutex flushLock_;
 
