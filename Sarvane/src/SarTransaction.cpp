@@ -41,13 +41,15 @@ void SarTransaction::Open(bool forReading) {
     }
     uint32_t header[3];
     file_.Read(header, 1, kHeaderSize, true);
+    // A foreign file keeps a resume position of 0, so that Close never writes a header into it.
+    if (header[0] != kMagic) throw SarInvalidIndexVersionException(SAR_MESSAGE(16, header[0], kMagic));
     total_ = header[1];
     resumePosition_ = header[2];
-    if (header[0] != kMagic) throw SarInvalidIndexVersionException(SAR_MESSAGE(16, header[0], kMagic));
 }
 
 void SarTransaction::Close() {
-    if (!reading_ && file_.IsOpen()) {
+    const bool writing = !reading_ && file_.IsOpen();
+    if (writing) {
         // The body is synced before the header names its count, and Close syncs the header.
         const bool deflated = outputCompressed_.Pending();
         if (deflated) outputCompressed_.Finish();
@@ -57,10 +59,9 @@ void SarTransaction::Close() {
     } else {
         ResetInput();
     }
-    const bool created = !reading_ && file_.IsOpen();
     file_.Close();
     // A log that was created must still be there after a power cut once Close has returned.
-    if (created) VantuFile::SyncDirectoryOf(file_.Path());
+    if (writing) VantuFile::SyncDirectoryOf(file_.Path());
     if (resumePosition_ != 0) {
         file_.Open(File::kModeReadWrite);
         WriteHeader();

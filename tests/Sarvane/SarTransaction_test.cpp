@@ -106,7 +106,7 @@ TEST(SarTransaction, HeaderOfFreshWrongAndShortFiles) {
     EXPECT_EQ(t.GetBytesReadPct(), 0.0);  // compressed with a count of 0
     t.Close();
 
-    WriteRaw(path, std::string("\x01\x02\x03\x04\0\0\0\0\0\0\0\0", 12));
+    WriteRaw(path, std::string("\x01\x02\x03\x04\0\0\0\0\x05\0\0\0", 12));
     try {
         t.Open(true);
         ADD_FAILURE() << "a wrong magic was accepted";
@@ -117,6 +117,7 @@ TEST(SarTransaction, HeaderOfFreshWrongAndShortFiles) {
     }
     EXPECT_TRUE(t.GetTransactionFile().IsOpen());
     t.Close();
+    EXPECT_EQ(ReadHeader(path).magic, 0x04030201u);  // a foreign file is left as it was
 
     WriteRaw(path, std::string("\xA7\xE8\xF1\x0B\0\0", 6));
     EXPECT_EQ(FileActionOf([&] { t.Open(true); }), VantuFile::kActionRead);
