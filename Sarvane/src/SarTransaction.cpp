@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <dirent.h>
-#include <fnmatch.h>
+#include <filesystem>
 #include <sys/stat.h>
 #include <vector>
 
@@ -142,14 +141,10 @@ namespace {
 
 // The part behind "Index-" of the last name, in text order, of the transactions in `folder`; empty if none.
 std::string LastTransactionSuffix(const std::string& folder) {
-    std::vector<std::string> names;
-    if (DIR* dir = opendir(folder.c_str())) {
-        while (dirent* entry = readdir(dir))
-            if (fnmatch(kTransactionPattern, entry->d_name, 0) == 0) names.emplace_back(entry->d_name);
-        closedir(dir);
-    }
-    if (names.empty()) return {};
-    return std::max_element(names.begin(), names.end())->substr(std::strlen("Index-"));
+    const std::vector<std::string> paths = VantuFile::ListFiles(folder, kTransactionPattern);
+    if (paths.empty()) return {};
+    const std::string name = std::filesystem::path(paths.back()).filename().string();
+    return name.substr(std::strlen("Index-"));
 }
 
 // Digits up to the first ".".

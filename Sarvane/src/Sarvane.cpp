@@ -1,6 +1,5 @@
 #include "Sarvane.h"
 
-#include <fnmatch.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -33,17 +32,6 @@ constexpr const char* kIndexFilePatterns[] = {
 constexpr const char* kTransactionFiles = "Index-*.trn";
 constexpr const char* kTransactionsKept = "Transactions";
 
-// The regular files of `directory` whose names match `pattern`, sorted by name.
-std::vector<std::string> ListFiles(const std::string& directory, const char* pattern) {
-    std::vector<std::string> paths;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
-        const std::string name = entry.path().filename().string();
-        if (entry.is_regular_file(error) && fnmatch(pattern, name.c_str(), 0) == 0) paths.push_back(entry.path());
-    }
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
 
 }  // namespace
 
@@ -182,7 +170,7 @@ void* Sarvane::ReadTransactions(void*) {
 
 void Sarvane::CountPendingTransactions() {
     std::lock_guard<std::mutex> hold(statisticsLock_);
-    pendingTransactions_ = uint32_t(ListFiles(Directory(), kTransactionFiles).size());
+    pendingTransactions_ = uint32_t(VantuFile::ListFiles(Directory(), kTransactionFiles).size());
 }
 
 void Sarvane::RunReaderLoop() {
@@ -249,7 +237,7 @@ void Sarvane::DeleteIndex() {
     ConfigRead hold(*config_);
     const std::string directory = config_->GetIndexFilesPathAsString();
     for (const char* pattern : kIndexFilePatterns)
-        for (const std::string& path : ListFiles(directory, pattern)) VantuFile::DeleteDurably(path);
+        for (const std::string& path : VantuFile::ListFiles(directory, pattern)) VantuFile::DeleteDurably(path);
     std::error_code error;
     const std::string kept = directory + "/" + kTransactionsKept;
     if (std::filesystem::is_directory(kept, error) && std::filesystem::remove_all(kept, error) == uintmax_t(-1))
@@ -345,7 +333,7 @@ uint64_t Sarvane::GetDiskSpaceUsed() const {
     uint64_t total = 0;
     std::error_code error;
     for (const char* pattern : {SarIndexInfo::kFileName, "Index-*.tr?*"})
-        for (const std::string& path : ListFiles(directory, pattern)) total += std::filesystem::file_size(path, error);
+        for (const std::string& path : VantuFile::ListFiles(directory, pattern)) total += std::filesystem::file_size(path, error);
     return total;
 }
 

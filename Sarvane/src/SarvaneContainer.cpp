@@ -2,16 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <dirent.h>
-#include <fnmatch.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "SarException.h"
 #include "SarLog.h"
 #include "SarvaneCallInterfaceOperations.h"
 #include "SarvaneConfig.h"
 #include "core/Text.h"
+#include "file/FileSystem.h"
 
 namespace Ostrel {
 
@@ -30,22 +28,6 @@ bool IsDirectory(const std::string& path) {
     return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
-// Deletes the plain files of `directory` whose names match `pattern`; subdirectories stay.
-void DeleteMatchingFiles(const std::string& directory, const char* pattern) {
-    DIR* dir = opendir(directory.c_str());
-    if (!dir) return;
-    std::vector<std::string> names;
-    while (dirent* entry = readdir(dir))
-        if (fnmatch(pattern, entry->d_name, 0) == 0) names.push_back(entry->d_name);
-    closedir(dir);
-    for (const std::string& name : names) {
-        std::string path = directory + "/" + name;
-        struct stat info;
-        if (lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) unlink(path.c_str());
-    }
-}
 
 }  // namespace
 
@@ -359,7 +341,7 @@ void SarvaneContainer::ReleaseStores() {
 }
 
 bool SarvaneContainer::CheckForRecovery() {
-    if (FileExists(SentryPath())) return true;
+    if (VantuFile::FileExists(SentryPath())) return true;
     SarRunOnSlices<SarCheckForRecoveryOperation>(operationPool_, allSlices_);
     return false;
 }
@@ -367,7 +349,7 @@ bool SarvaneContainer::CheckForRecovery() {
 void SarvaneContainer::DoRecovery() {
     const std::string sentry = SentryPath();
     // The sentry is the commit's point of no return: with it the commit is finished, without it undone.
-    const bool recover = FileExists(sentry);
+    const bool recover = VantuFile::FileExists(sentry);
     std::vector<SarcSharedStore*> stores = {uriStore_.Get(), securityCache_.Get(), folithek_.get(), netrova_.get()};
     for (SarcSharedStore* store : stores) {
         if (!store) continue;
@@ -378,7 +360,7 @@ void SarvaneContainer::DoRecovery() {
     }
     SarRunOnSlices<SarDoRecoveryOperation>(operationPool_, allSlices_, recover);
     // Last, so that a crash during recovery repeats the same recovery.
-    if (recover) unlink(sentry.c_str());
+    if (recover) VantuFile::DeleteDurably(sentry);
 }
 
 void SarvaneContainer::DeleteIndex() {
@@ -391,7 +373,8 @@ void SarvaneContainer::DeleteIndex() {
         SarvaneConfigReadLock<SarvaneContainerConfig> hold(config_);
         directory = config_.GetIndexFilesPathAsString();
     }
-    for (const char* pattern : kSharedStoreFiles) DeleteMatchingFiles(directory, pattern);
+    for (const char* pattern : kSharedStoreFiles)
+        for (const std::string& path : VantuFile::ListFiles(directory, pattern)) VantuFile::DeleteDurably(path);
 }
 
 void SarvaneContainer::GetSarvaneContainerConfig(SarvaneContainerConfig& out) const {

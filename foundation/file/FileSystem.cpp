@@ -1,9 +1,11 @@
 #include "file/FileSystem.h"
 
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -77,6 +79,17 @@ void DeleteDurably(const std::string& path) {
     if (::unlink(path.c_str()) != 0) ThrowFileError(kActionDelete, path);
     if (f) f->Deleted(path);
     SyncDirectoryOf(path);
+}
+
+std::vector<std::string> ListFiles(const std::string& directory, const std::string& pattern) {
+    std::vector<std::string> paths;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
+        const std::string name = entry.path().filename().string();
+        if (fnmatch(pattern.c_str(), name.c_str(), 0) == 0 && entry.is_regular_file(error)) paths.push_back(entry.path());
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
 }
 
 }  // namespace VantuFile

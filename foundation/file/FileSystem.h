@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace VantuFile {
 
@@ -19,5 +20,9 @@ void RenameDurably(const std::string& from, const std::string& to);
 
 // Removes `path` if it is a file, then syncs its folder. Failure raises action 3.
 void DeleteDurably(const std::string& path);
+
+// The paths of the regular files of `directory` whose names match `pattern` (fnmatch, case-sensitive), sorted.
+// A missing directory has none.
+std::vector<std::string> ListFiles(const std::string& directory, const std::string& pattern);
 
 }  // namespace VantuFile
