@@ -5,6 +5,8 @@
 
 #include "CrashHarness.h"
 #include "TempDir.h"
+#include "file/BinaryStream.h"
+#include "file/BinaryStreamMemoryBuffer.h"
 #include "file/PersistentEmptyListT.h"
 
 using namespace VantuFile;
@@ -67,6 +69,22 @@ TEST(EmptyList, GetSplitsOrTakesWholeAndOnlyCallersMerge) {
     capped.Add(30, 0);
     capped.AddMerged(20, 30);
     EXPECT_EQ(Of(capped), (Blocks{{0, 30}, {30, 20}}));
+}
+
+// D4: a commit record's free list replaces the list held in memory at replay; merging it in would count the
+// blocks taken since the record was written as free twice.
+TEST(EmptyList, D4_ReadReplacesTheListItNeverMergesIntoIt) {
+    EmptyListT<uint32_t> recorded(0xFFFFFFFFu, 0);
+    recorded.Add(0x10, 0x100);
+    VantuFile::MemoryBuffer memory;
+    Vantu::BinaryStreamT<unsigned int> stream(memory);
+    recorded.Write(stream);
+
+    EmptyListT<uint32_t> live(0xFFFFFFFFu, 0);
+    live.Add(0x08, 0x100);  // part of the recorded block, freed again in memory
+    live.Add(0x20, 0x400);
+    live.Read(stream);
+    EXPECT_EQ(Of(live), (Blocks{{0x100, 0x10}}));
 }
 
 TEST(EmptyList, ReserveCutsAWhollyFreeRangeOrRefusesAndChangesNothing) {

@@ -107,6 +107,25 @@ TEST(BTree, RecordOverTheLimitRaisesAndIsNotStored) {
     EXPECT_EQ(*set.Begin(), u"w\u00e9rd");
 }
 
+// D10: every file a tree keeps carries the tree's extension, so the engine's patterns ("*.ltr") delete and copy
+// all of it, a pending PreCommit included.
+TEST(BTree, D10_SideFilesKeepTheTreesExtension) {
+    TempDir dir;
+    U32Map tree(dir / "Lexicon.ltr", kSmallPage, 1 << 16);
+    for (unsigned i = 0; i < 100; ++i) tree.Insert(i, i);
+    tree.PreCommit();
+    tree.Commit();
+    tree.Insert(100, 100);
+    tree.PreCommit();
+    size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.Path())) {
+        EXPECT_EQ(entry.path().extension(), ".ltr") << entry.path();
+        EXPECT_EQ(entry.path().filename().string().rfind("Lexicon.", 0), 0u) << entry.path();
+        ++files;
+    }
+    EXPECT_GE(files, 2u);
+}
+
 // D8: changes without PreCommit never reach the committed state; a pending PreCommit survives reopening
 // and then goes either way.
 TEST(BTree, D8_PendingPreCommitSurvivesReopenAndUnsavedChangesDrop) {
