@@ -4,6 +4,7 @@
 
 #include "SarException.h"
 #include "SarvaneContainerConfig.h"
+#include "StreamRoundTrip.h"
 #include "TempDir.h"
 #include "file/BinaryStream.h"
 #include "file/BinaryStreamMemoryBuffer.h"
@@ -109,13 +110,7 @@ TEST(SarvaneContainerConfig, StreamFormRoundTripsWithoutValidating) {
     c.GetFixedResults()[2].push_back({{u"q1", u"q2"}, {FixedResultDocumentKey(u"file:///a", 1, 4, 5, true),
                                                      FixedResultDocumentKey(u"file:///b", 2, 4, 5, false)}});
     c.GetFixedResults()[9].push_back({{}, {}});
-    VantuFile::MemoryBuffer memory;
-    Vantu::BinaryStreamT<unsigned int> out(memory);
-    out << c;
-    SarvaneContainerConfig back;
-    Vantu::BinaryStreamT<unsigned int> in(memory);
-    in >> back;
-    EXPECT_TRUE(back == c);
+    EXPECT_TRUE(SarvaneTest::RoundTrip(c) == c);
 
     // A default record streams as it stands, empty paths included, and reads back without a refusal:
     // 3 empty strings, 2 + 2 + 5 u32, the flag, an empty pin count, the Netrova flag, u32 reserved, u64.
@@ -126,6 +121,7 @@ TEST(SarvaneContainerConfig, StreamFormRoundTripsWithoutValidating) {
     EXPECT_EQ(plain.Data()[4], 1);   // QueryPriority
     EXPECT_EQ(plain.Data()[14], 5);  // NumberOfQueryThreads
     Vantu::BinaryStreamT<unsigned int> plainIn(plain);
+    SarvaneContainerConfig back;
     plainIn >> back;
     EXPECT_TRUE(back == SarvaneContainerConfig());
 }
