@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "MessageIdOf.h"
 #include "SarException.h"
 #include "SarvaneConfig.h"
 #include "SarvaneInternalConfig.h"
@@ -12,21 +13,6 @@
 #include "core/Text.h"
 
 using namespace Ostrel;
-
-namespace {
-
-template <class E>
-int32_t MessageIdOf(const std::function<void()>& body) {
-    try {
-        body();
-    } catch (const E& e) {
-        return e.GetMessageInfo()->Id();
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return -1;
-}
-
-}  // namespace
 
 TEST(SarvaneConfig, DefaultsAndTheThreeIdConstructor) {
     SarvaneConfig plain;

@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "MessageIdOf.h"
 #include "SarException.h"
 #include "SarvaneContainerConfig.h"
 #include "StreamRoundTrip.h"
@@ -14,17 +15,6 @@ using namespace Ostrel;
 using VantuThread::Priority;
 
 namespace {
-
-template <class E>
-int32_t MessageIdOf(const std::function<void()>& body) {
-    try {
-        body();
-    } catch (const E& e) {
-        return e.GetMessageInfo()->Id();
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return -1;
-}
 
 SarvaneContainerConfig Valid() {
     return SarvaneContainerConfig(u"/tmp/sarvane-config", u"/tmp/sarvane-index", 5, 85, Priority::AboveNormal,

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <thread>
 
+#include "MessageIdOf.h"
 #include "RecordingLog.h"
 #include "SarException.h"
 #include "SarvaneConfig.h"
@@ -174,17 +175,6 @@ public:
 private:
     Recorder& r_;
 };
-
-template <class E>
-int32_t MessageIdOf(const std::function<void()>& body) {
-    try {
-        body();
-    } catch (const E& e) {
-        return e.GetMessageInfo() ? e.GetMessageInfo()->Id() : -1;
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return -2;
-}
 
 class ContainerTest : public ::testing::Test {
 protected:

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <thread>
 
+#include "MessageIdOf.h"
 #include "RecordingLog.h"
 #include "SarException.h"
 #include "SarIndexInfo.h"
@@ -43,17 +44,6 @@ int ThreadsNamed(std::string name) {
 }
 
 void Touch(const std::string& path, size_t size = 0) { std::ofstream(path, std::ios::binary) << std::string(size, 'x'); }
-
-template <class E>
-int32_t MessageIdOf(const std::function<void()>& body) {
-    try {
-        body();
-    } catch (const E& e) {
-        return e.GetMessageInfo() ? e.GetMessageInfo()->Id() : -1;
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return -2;
-}
 
 }  // namespace
 
