@@ -258,16 +258,12 @@ BTreeIterator BTree::FindEx(const BTreeIterator& hint, const Record& key) {
     return it;
 }
 
-BTreeIterator BTree::LowerBound(const Record& key) {
-    BTreePath path = Search(key, false);
-    Normalize(path);
-    BTreeIterator it = MakeIterator(path);
-    cache_.Trim();
-    return it;
-}
+BTreeIterator BTree::LowerBound(const Record& key) { return Bound(key, false); }
 
-BTreeIterator BTree::UpperBound(const Record& key) {
-    BTreePath path = Search(key, true);
+BTreeIterator BTree::UpperBound(const Record& key) { return Bound(key, true); }
+
+BTreeIterator BTree::Bound(const Record& key, bool upper) {
+    BTreePath path = Search(key, upper);
     Normalize(path);
     BTreeIterator it = MakeIterator(path);
     cache_.Trim();

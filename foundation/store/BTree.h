@@ -70,6 +70,8 @@ private:
     Record RecordAt(const BTreePath& path) const;
 
     BTreePath Search(const Record& key, bool upper) const;
+    // The first record not before `key` (or, with `upper`, after it).
+    BTreeIterator Bound(const Record& key, bool upper);
     bool Normalize(BTreePath& path) const;
     bool Advance(BTreePath& path) const;
     BTreePath SeekRank(uint32_t rank) const;

@@ -8,15 +8,15 @@ namespace VantuBTree {
 
 template <class K, class V, class Order = FastLess<K>, int Duplicates = 0, class KeyTraits = BTreeTraitsT<K>,
           class ValueTraits = BTreeTraitsT<V>>
-class BTreeMap : public BTreeKeyed<K, Order, KeyTraits> {
-    using Base = BTreeKeyed<K, Order, KeyTraits>;
+class BTreeMap : public BTreeKeyed<BTreeMap<K, V, Order, Duplicates, KeyTraits, ValueTraits>, K, Order, KeyTraits> {
+    using Base = BTreeKeyed<BTreeMap, K, Order, KeyTraits>;
 
 public:
     using key_type = K;
     using mapped_type = V;
     using value_type = std::pair<K, V>;
-    using iterator = BTreeTypedIterator<BTreeMap>;
-    using const_iterator = iterator;
+    using typename Base::iterator;
+    using typename Base::const_iterator;
 
     BTreeMap(const std::string& path, uint32_t pageSize, uint32_t cacheSize, bool readOnly = false,
              bool reserved = false)
@@ -33,24 +33,10 @@ public:
     }
     std::pair<iterator, bool> Insert(const value_type& record) { return Insert(record.first, record.second); }
 
-    iterator Find(const K& key) { return BTree::Find(this->KeyRecord(key)); }
-    iterator FindEx(const iterator& hint, const K& key) { return BTree::FindEx(hint, this->KeyRecord(key)); }
-    iterator LowerBound(const K& key) { return BTree::LowerBound(this->KeyRecord(key)); }
-    iterator UpperBound(const K& key) { return BTree::UpperBound(this->KeyRecord(key)); }
-    iterator Begin() { return BTree::Begin(); }
-    iterator end() const { return BTree::end(); }
-
     // Replaces the value of the record at `at`; its key stays.
     iterator Update(const iterator& at, const V& value) {
         return BTree::Update(at, this->template FullRecord<V, ValueTraits>(at->first, value));
     }
-    bool Erase(const iterator& at, bool& nextValid, iterator& next) {
-        BTreeIterator following;
-        const bool erased = BTree::Erase(at, nextValid, following);
-        if (nextValid) next = following;
-        return erased;
-    }
-    uint32_t Erase(const K& key) { return BTree::Erase(this->KeyRecord(key)); }
 };
 
 }  // namespace VantuBTree

@@ -35,12 +35,31 @@ private:
     value_type value_{};
 };
 
-template <class K, class Order, class KeyTraits>
+// The key-only operations of a typed tree `Tree` (a map or a set) with keys K.
+template <class Tree, class K, class Order, class KeyTraits>
 class BTreeKeyed : public BTree {
 public:
+    using iterator = BTreeTypedIterator<Tree>;
+    using const_iterator = iterator;
+
     bool Compare(const Record& a, const Record& b) const override {
         return BTreeKeyOrder<K, Order, KeyTraits>::Less(a.key, a.keySize, b.key, b.keySize);
     }
+
+    iterator Find(const K& key) { return BTree::Find(KeyRecord(key)); }
+    iterator FindEx(const iterator& hint, const K& key) { return BTree::FindEx(hint, KeyRecord(key)); }
+    iterator LowerBound(const K& key) { return BTree::LowerBound(KeyRecord(key)); }
+    iterator UpperBound(const K& key) { return BTree::UpperBound(KeyRecord(key)); }
+    iterator Begin() { return BTree::Begin(); }
+    iterator end() const { return BTree::end(); }
+
+    bool Erase(const iterator& at, bool& nextValid, iterator& next) {
+        BTreeIterator following;
+        const bool erased = BTree::Erase(at, nextValid, following);
+        if (nextValid) next = following;
+        return erased;
+    }
+    uint32_t Erase(const K& key) { return BTree::Erase(KeyRecord(key)); }
 
 protected:
     BTreeKeyed(const std::string& path, bool duplicates, bool hasValue, bool fixedValue, uint32_t pageSize,
