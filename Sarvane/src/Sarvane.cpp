@@ -159,8 +159,9 @@ void Sarvane::StartTransactionsReader() {
 void* Sarvane::ReadTransactions(void*) {
     try {
         RecoverStoresFromReader();
-        readerStartedEvent_.Post();
+        // Counted before Start returns, so that a started slice already reports what it found.
         CountPendingTransactions();
+        readerStartedEvent_.Post();
         RunReaderLoop();
     } catch (...) {
         ReaderFailed(std::current_exception());
