@@ -264,6 +264,25 @@ unsigned int Sarvane::GetPendingTransactions() const {
     return pendingTransactions_;
 }
 
+void Sarvane::GetStatistics(SarvaneStatistics& out) const {
+    std::lock_guard<std::mutex> hold(statisticsLock_);
+    if (!started_) throw SarIndexNotStarted();
+    RefreshStoredStatistics();
+    statistics_.diskSpaceUsed = GetDiskSpaceUsed();
+    ConfigRead config(*config_);
+    out.slices[{config_->GetPhysicalID(), config_->GetMirrorID(), config_->GetSliceID()}] = statistics_;
+}
+
+void Sarvane::RefreshStoredStatistics() const {
+    for (const SarCollectionInfo& stored : info_.collections) {
+        SarvaneCollectionStatistics& collection = statistics_.collections[stored.id];
+        collection.size = stored.documentBytes;
+        collection.deletedSize = stored.removedDocumentBytes;
+        collection.count = stored.documents;
+        collection.deleted = stored.removedDocuments;
+    }
+}
+
 void Sarvane::ApplyShrink() { Vantu::ThrowNotImplemented("Sarvane::ApplyShrink : Not implemented!"); }
 
 void Sarvane::CancelShrink() { cancelShrink_ = true; }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "SarIndexInfo.h"
+#include "SarvaneStatistics.h"
 #include "SarvaneCallInterface.h"
 #include "SarvaneInternalConfig.h"
 #include "core/EventSemaphore.h"
@@ -39,6 +40,7 @@ public:
     void DoRecovery(bool recover) override;
     void DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>& documents) override;
     unsigned int GetPendingTransactions() const override;
+    void GetStatistics(SarvaneStatistics& out) const override;
     void ApplyShrink() override;
     void CancelShrink() override;
     void DeleteShrink() override;
@@ -88,6 +90,8 @@ private:
     void* ReadTransactions(void*);
     void RunReaderLoop();
     void CountPendingTransactions();
+    // Copies the stored per-collection numbers into statistics_; the pending ones stay. Under statisticsLock_.
+    void RefreshStoredStatistics() const;
     // Keeps what ended the reader and releases everyone who waits on it.
     void ReaderFailed(std::exception_ptr failure);
     void RethrowReaderFailure() const;
@@ -123,7 +127,11 @@ private:
     VantuThread::ReadWriteSemaphore filesLock_;
     std::set<uint16_t> supportedCollections_;
     mutable std::mutex collectionsLock_;
+    // The stored numbers come from the stores at each GetStatistics; the pending ones are kept here by the
+    // transaction writer and the reader.
+    mutable SarvaneSliceStatistics statistics_;
     uint32_t pendingTransactions_ = 0;
+    // Guards statistics_, pendingTransactions_ and readerFailure_.
     mutable std::mutex statisticsLock_;
 };
 

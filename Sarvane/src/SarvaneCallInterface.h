@@ -14,6 +14,7 @@ class LogCallInterface;
 namespace Ostrel {
 
 class SarvaneConfig;
+struct SarvaneStatistics;
 
 class SarvaneCallInterface {
 public:
@@ -29,6 +30,8 @@ public:
     // Pairs of (document id, collection).
     virtual void DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>& documents) = 0;
     virtual unsigned int GetPendingTransactions() const = 0;
+    // Puts this slice's numbers into `out` under its (physical, mirror, slice) ids; needs a started slice.
+    virtual void GetStatistics(SarvaneStatistics& out) const = 0;
     virtual void ApplyShrink() = 0;
     virtual void CancelShrink() = 0;
     virtual void DeleteShrink() = 0;

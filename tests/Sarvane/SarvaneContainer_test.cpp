@@ -67,6 +67,7 @@ public:
     void DoRecovery(bool recover) override { r_.Add(name_ + (recover ? ":DoRecovery(1)" : ":DoRecovery(0)")); }
     void DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>&) override {}
     unsigned int GetPendingTransactions() const override { return 0; }
+    void GetStatistics(SarvaneStatistics&) const override {}
     void ApplyShrink() override {}
     void CancelShrink() override {}
     void DeleteShrink() override {}

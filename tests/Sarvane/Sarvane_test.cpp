@@ -55,6 +55,8 @@ TEST(Sarvane, StartsStopsAndStartsAgainWithTheReaderOnlyWhenWritable) {
     EXPECT_FALSE(VantuFile::FileExists(path + "/Index.info"));
     EXPECT_THROW(slice.PreCommitFromReader(), SarIndexNotStarted);
     EXPECT_THROW(slice.Flush(), SarIndexNotStarted);
+    SarvaneStatistics statistics;
+    EXPECT_THROW(slice.GetStatistics(statistics), SarIndexNotStarted);
 
     const int before = ThreadsNamed("TransactionReader");
     slice.Start(false);
@@ -89,6 +91,10 @@ TEST(Sarvane, StartsStopsAndStartsAgainWithTheReaderOnlyWhenWritable) {
     EXPECT_EQ(slice.GetDiskSpaceUsed(), std::filesystem::file_size(path + "/Index.info") + 110);
     EXPECT_EQ(slice.GetIndexFilesPath(), Vantu::FromUtf8(path));
     EXPECT_FALSE(slice.GetHostName().empty());
+    slice.GetStatistics(statistics);
+    ASSERT_EQ(statistics.slices.size(), 1u);
+    EXPECT_EQ(statistics.slices.begin()->first, SarvaneStatistics::SliceKey(1, 1, 1));
+    EXPECT_EQ(statistics.slices.begin()->second.diskSpaceUsed, slice.GetDiskSpaceUsed());
 }
 
 // A slice whose reader fails in its recovery while `fail` is set.
