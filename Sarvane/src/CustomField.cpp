@@ -2,7 +2,9 @@
 
 #include <string_view>
 
+#include "core/Text.h"
 #include "file/BinaryStreamMemoryBuffer.h"
+#include "language/Language.h"
 
 namespace Ostrel {
 namespace {
@@ -34,6 +36,12 @@ uint32_t CustomField::StreamedSize() const {
     Vantu::BaseBinaryStream stream(&buffer);
     stream << *this;
     return buffer.Size();
+}
+
+std::string CustomField::MakeKey(const std::string& name) {
+    std::u16string key;
+    VantuLanguage::Language::ToLowerBase(Vantu::FromUtf8(name), key);
+    return Vantu::ToUtf8(key);
 }
 
 CustomField::Type CustomField::GetCustomFieldType(const std::string& name) {

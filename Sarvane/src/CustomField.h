@@ -48,6 +48,9 @@ public:
     // The fields that this library itself knows: the built-in "docid". Names are taken with or without
     // the prefix; the listed fields carry it, like every field.
     static Type GetCustomFieldType(const std::string& name);
+    // The key under which the index keeps a field: the name in the base form of its letters (lower case,
+    // accents off), so that a query finds a field however its name was written.
+    static std::string MakeKey(const std::string& name);
     static bool GetIsSystemField(const std::string& name);
     static void GetAvailableCustomFieldsList(std::vector<CustomField>& fields);
 

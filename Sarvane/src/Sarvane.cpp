@@ -9,6 +9,7 @@
 
 #include "SarException.h"
 #include "SarThreads.h"
+#include "SarTransactionRecords.h"
 #include "SarvaneConfigLock.h"
 #include "core/Text.h"
 #include "file/BinaryStreamException.h"
@@ -65,15 +66,20 @@ void Sarvane::Start(bool readOnly) {
     readOnly_ = readOnly;
     {
         ConfigRead hold(*config_);
-        // The stores open here, in the order of started_'s note, each with config_ and readOnly; fresh stores
-        // start from zero counters, which a new "Index.info" records.
+        VantuThread::WriteLocker files(filesLock_);
+        stores_ = std::make_unique<SarSliceStores>(config_, readOnly);
+        // Fresh stores start from zero counters, which a new "Index.info" records.
         info_ = SarIndexInfo();
         documentsWithShingles_ = 0;
         started_ = true;
     }
     ReadInfoFile(false);
-    // A read-only slice has no reader; its stores finish their recovery here once they exist.
-    if (!readOnly) StartTransactionsReader();
+    stores_->RecoveryDone();
+    // A read-only slice has no reader to finish the stores' recovery: it ends here.
+    if (readOnly)
+        stores_->RecoveryDone();
+    else
+        StartTransactionsReader();
 }
 
 void Sarvane::Stop(bool abortTransaction) {
@@ -89,6 +95,11 @@ void Sarvane::Stop(bool abortTransaction) {
     // and recovery removes what it left.
     VantuThread::WriteLocker files(filesLock_);
     started_ = false;
+    {
+        std::lock_guard<std::mutex> hold(writerLock_);
+        writer_ = nullptr;
+    }
+    stores_.reset();
 }
 
 void Sarvane::ReadInfoFile(bool versionOnly) {
@@ -99,7 +110,10 @@ void Sarvane::ReadInfoFile(bool versionOnly) {
         return;
     }
     if (versionOnly) return SarIndexInfo::CheckVersion(path);
-    info_.Load(path, config_->GetEnableWordCorrectorLexicon());
+    SarIndexInfo loaded;
+    loaded.Load(path, config_->GetEnableWordCorrectorLexicon());
+    std::lock_guard<std::mutex> statistics(statisticsLock_);
+    info_ = std::move(loaded);
     documentsWithShingles_ = info_.documentsWithShingles;
 }
 
@@ -170,8 +184,16 @@ void* Sarvane::ReadTransactions(void*) {
 }
 
 void Sarvane::CountPendingTransactions() {
+    const std::vector<std::string> transactions = VantuFile::ListFiles(Directory(), kTransactionFiles);
     std::lock_guard<std::mutex> hold(statisticsLock_);
-    pendingTransactions_ = uint32_t(VantuFile::ListFiles(Directory(), kTransactionFiles).size());
+    RefreshStoredStatistics();
+    for (auto& [id, collection] : statistics_.collections) collection.pendingAdded = collection.pendingDeleted = 0;
+    for (const std::string& path : transactions)
+        for (const auto& [id, counts] : TransactionTrailer::Read(path).collections) {
+            statistics_.collections[id].pendingAdded += counts.first;
+            statistics_.collections[id].pendingDeleted += counts.second;
+        }
+    pendingTransactions_ = uint32_t(transactions.size());
 }
 
 void Sarvane::RunReaderLoop() {
@@ -224,13 +246,17 @@ void Sarvane::Flush() {
 void Sarvane::DoRecovery(bool recover) {
     if (started_) throw SarIndexAlreadyStarted();
     CreateIndexPath();
-    // The transaction writer finishes (`recover`) or undoes the transaction files here.
-    (void)recover;
+    {
+        ConfigRead hold(*config_);
+        Vantu::SmartPtr<FileDocIdIndexId> documentIdMap(new FileDocIdIndexId(config_, false));
+        FileTransactionsWriter::DoRecovery(config_, *documentIdMap, recover, log_);
+    }
     transactionsEvent_.Post();
 }
 
 void Sarvane::CheckForRecovery() const {
-    // The transaction writer and reader tell here whether a transaction is unfinished; without them none is.
+    // The transaction reader adds its own test for a transaction in work when it comes.
+    if (FileTransactionsWriter::CheckForRecovery(*config_)) throw SarCannotDoRecoveryIndexIsReadOnly();
 }
 
 void Sarvane::DeleteIndex() {
@@ -249,14 +275,71 @@ void Sarvane::DeleteIndex() {
         VantuFile::ThrowFileError(VantuFile::kActionDelete, directory);
 }
 
-// Both act on the open transaction that the transaction writer brings; without one there is nothing to do.
-void Sarvane::PreCommit() {}
+FileTransactionsWriter& Sarvane::GetTransactionWriter() {
+    if (!writer_)
+        writer_ = new FileTransactionsWriter(config_, stores_->documentIdMap,
+                                             transactionCounter_.NextTransactionPath(GetIndexFilesPath()),
+                                             statistics_, statisticsLock_, pendingTransactions_, log_);
+    return *writer_;
+}
 
-void Sarvane::Commit() {}
-
-void Sarvane::DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>&) {
+uint32_t Sarvane::AddDocument(const Vantu::SmartPtr<Document>& document, uint32_t indexDocumentId) {
+    VantuThread::ReadLocker files(filesLock_);
     CheckWritable();
-    Vantu::ThrowNotImplemented("Sarvane::DeleteDocuments : Not implemented!");
+    {
+        std::lock_guard<std::mutex> hold(collectionsLock_);
+        if (!supportedCollections_.count(document->collection))
+            throw SarInvalidCollectionID(SAR_MESSAGE(8, document->collection));
+    }
+    if (stopFlag_ || document->skipCode != 0) return 0xFFFFFFFF;
+    uint32_t id;
+    {
+        std::lock_guard<std::mutex> hold(writerLock_);
+        id = GetTransactionWriter().AddDocument(Vantu::SmartPtrToConst<Document>(document), indexDocumentId);
+    }
+    // A batch of documents may be in flight: each one's streams go as soon as the transaction holds them.
+    document->Clear();
+    return id;
+}
+
+void Sarvane::DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t>>& documents) {
+    VantuThread::ReadLocker files(filesLock_);
+    CheckWritable();
+    std::lock_guard<std::mutex> hold(writerLock_);
+    GetTransactionWriter().DeleteDocuments(documents);
+}
+
+void Sarvane::UpdateDocumentsRank(const std::vector<std::pair<uint32_t, float>>& ranks) {
+    VantuThread::ReadLocker files(filesLock_);
+    CheckWritable();
+    std::lock_guard<std::mutex> hold(writerLock_);
+    GetTransactionWriter().UpdateDocumentsRank(ranks);
+}
+
+uint32_t Sarvane::GetCurrentDocumentID() const {
+    VantuThread::ReadLocker files(filesLock_);
+    if (!started_) throw SarIndexNotStarted();
+    return stores_->documentIdMap->GetCurrentDocId();
+}
+
+// A slice that took nothing since the last commit has no writer and nothing to do.
+void Sarvane::PreCommit() {
+    VantuThread::ReadLocker files(filesLock_);
+    if (!started_) throw SarIndexNotStarted();
+    std::lock_guard<std::mutex> hold(writerLock_);
+    if (writer_) writer_->PreCommit();
+}
+
+void Sarvane::Commit() {
+    VantuThread::ReadLocker files(filesLock_);
+    if (!started_) throw SarIndexNotStarted();
+    {
+        std::lock_guard<std::mutex> hold(writerLock_);
+        if (!writer_) return;
+        writer_->Commit();
+        writer_ = nullptr;
+    }
+    transactionsEvent_.Post();
 }
 
 unsigned int Sarvane::GetPendingTransactions() const {
@@ -265,10 +348,12 @@ unsigned int Sarvane::GetPendingTransactions() const {
 }
 
 void Sarvane::GetStatistics(SarvaneStatistics& out) const {
-    std::lock_guard<std::mutex> hold(statisticsLock_);
     if (!started_) throw SarIndexNotStarted();
+    // Measured before statisticsLock_, which is taken after filesLock_ everywhere else.
+    const uint64_t diskSpaceUsed = GetDiskSpaceUsed();
+    std::lock_guard<std::mutex> hold(statisticsLock_);
     RefreshStoredStatistics();
-    statistics_.diskSpaceUsed = GetDiskSpaceUsed();
+    statistics_.diskSpaceUsed = diskSpaceUsed;
     ConfigRead config(*config_);
     out.slices[{config_->GetPhysicalID(), config_->GetMirrorID(), config_->GetSliceID()}] = statistics_;
 }
@@ -348,9 +433,12 @@ std::u16string Sarvane::GetHostName() const {
 }
 
 uint64_t Sarvane::GetDiskSpaceUsed() const {
-    // The stores add their own sizes here once they exist.
     const std::string directory = Directory();
     uint64_t total = 0;
+    {
+        VantuThread::ReadLocker files(filesLock_);
+        if (stores_) total += stores_->GetDiskSpaceUsed();
+    }
     std::error_code error;
     for (const char* pattern : {SarIndexInfo::kFileName, "Index-*.tr?*"})
         for (const std::string& path : VantuFile::ListFiles(directory, pattern)) total += std::filesystem::file_size(path, error);

@@ -5,12 +5,17 @@
 #include <atomic>
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "Document.h"
+#include "FileTransactionsWriter.h"
 #include "SarIndexInfo.h"
+#include "SarSliceStores.h"
+#include "SarTransaction.h"
 #include "SarvaneStatistics.h"
 #include "SarvaneCallInterface.h"
 #include "SarvaneInternalConfig.h"
@@ -62,6 +67,16 @@ public:
     bool HasEnoughFreeSpaceToShrink() const override;
     std::u16string GetIndexFilesPath() const override;
 
+    // Intake, on a started, writable slice: each call goes to the open transaction, made on the first change
+    // after a commit. A document with a skip code, or one that comes after Stop, is dropped without a word;
+    // the document's streams are released once the transaction holds them. Returns the slice's document id,
+    // or 0xFFFFFFFF when nothing was added.
+    uint32_t AddDocument(const Vantu::SmartPtr<Document>& document, uint32_t indexDocumentId);
+    // Pairs of (index document id, rank), ascending by id.
+    void UpdateDocumentsRank(const std::vector<std::pair<uint32_t, float>>& ranks);
+    // The next document id the slice will give.
+    uint32_t GetCurrentDocumentID() const;
+
     // The reader's steps of a transaction's life: write "Index.info.new", make it "Index.info", load the
     // counters back from disk, and the end of recovery. Each needs a started, writable slice.
     void PreCommitFromReader();
@@ -86,6 +101,8 @@ private:
     void ReadInfoFile(bool versionOnly);
     void SaveInfoFile(bool direct);
     void CheckWritable() const;
+    // The open transaction, made with the next free number when there is none. Under writerLock_.
+    FileTransactionsWriter& GetTransactionWriter();
     void StartTransactionsReader();
     void* ReadTransactions(void*);
     void RunReaderLoop();
@@ -103,9 +120,7 @@ private:
     std::atomic<bool> flushRequested_{false};
     std::atomic<bool> readOnly_{false};
     std::atomic<bool> cancelShrink_{false};
-    // Stands for the document store until it exists: set by Start, cleared by Stop. The stores come in this
-    // order: documents, terms, document-id map, collections, small terms, lexicon, ranking, word corrector,
-    // security; Stop releases them in its own order under filesLock_.
+    // Whether stores_ is set: set by Start once the stores exist, cleared by Stop before they go.
     std::atomic<bool> started_{false};
     std::atomic<int32_t> documentsWithShingles_{0};
 
@@ -124,14 +139,20 @@ private:
     // What ended the reader (T2); guarded by statisticsLock_.
     std::exception_ptr readerFailure_;
 
-    VantuThread::ReadWriteSemaphore filesLock_;
+    // Held exclusively while the stores are made or released, shared by whoever uses them.
+    mutable VantuThread::ReadWriteSemaphore filesLock_;
+    std::unique_ptr<SarSliceStores> stores_;
+    // The open transaction, null between a commit and the next change; writerLock_ orders every call on it.
+    Vantu::SmartPtr<FileTransactionsWriter> writer_;
+    std::mutex writerLock_;
+    SarTransactionCounter transactionCounter_;
     std::set<uint16_t> supportedCollections_;
     mutable std::mutex collectionsLock_;
     // The stored numbers come from the stores at each GetStatistics; the pending ones are kept here by the
     // transaction writer and the reader.
     mutable SarvaneSliceStatistics statistics_;
     uint32_t pendingTransactions_ = 0;
-    // Guards statistics_, pendingTransactions_ and readerFailure_.
+    // Guards statistics_, pendingTransactions_, readerFailure_ and the loading of info_. Taken after filesLock_.
     mutable std::mutex statisticsLock_;
 };
 

@@ -16,6 +16,8 @@ class MemoryRegionBuffer : public Vantu::BinaryStreamBufT<unsigned int> {
 public:
     const uint8_t* Data() const { return data_; }
     uint8_t* Data() { return data_; }
+    // The bytes held, for readers that may not move the buffer's positions.
+    size_t DataSize() const { return size_; }
 
 protected:
     MemoryRegionBuffer() = default;

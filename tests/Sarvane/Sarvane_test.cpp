@@ -11,6 +11,8 @@
 #include "RecordingLog.h"
 #include "SarException.h"
 #include "SarIndexInfo.h"
+#include "FileDocIdIndexId.h"
+#include "FileTransactionsWriter.h"
 #include "Sarvane.h"
 #include "SarvaneContainer.h"
 #include "SarvaneContainerConfig.h"
@@ -44,6 +46,28 @@ int ThreadsNamed(std::string name) {
 }
 
 void Touch(const std::string& path, size_t size = 0) { std::ofstream(path, std::ios::binary) << std::string(size, 'x'); }
+
+// Leaves in a stopped slice's directory one committed transaction per key, each deleting that document of
+// `collection`: real transactions without any analysed document.
+void CommitDeletions(const std::string& path, const std::vector<uint32_t>& keys, uint16_t collection) {
+    Vantu::SmartPtr<SarvaneInternalConfig> config(new SarvaneInternalConfig(SliceConfig(path)));
+    Vantu::SmartPtr<FileDocIdIndexId> map(new FileDocIdIndexId(config, false));
+    map->RecoveryDone();
+    for (uint32_t key : keys) map->AddDocument(key);
+    map->PreCommit();
+    map->Commit();
+    SarvaneSliceStatistics statistics;
+    std::mutex section;
+    uint32_t pending = 0;
+    SarTransactionCounter counter;
+    for (uint32_t key : keys) {
+        FileTransactionsWriter writer(config, map, counter.NextTransactionPath(Vantu::FromUtf8(path)), statistics,
+                                      section, pending, nullptr);
+        writer.DeleteDocuments({{key, collection}});
+        writer.PreCommit();
+        writer.Commit();
+    }
+}
 
 }  // namespace
 
@@ -84,17 +108,23 @@ TEST(Sarvane, StartsStopsAndStartsAgainWithTheReaderOnlyWhenWritable) {
     slice.Stop(false);
 
     // Found transaction files count as pending from the reader's first look.
-    Touch(path + "/Index-0000000001.trn", 100);
-    Touch(path + "/Index-0000000002.trn", 10);
+    CommitDeletions(path, {100, 101}, 3);
     slice.Start(false);
     EXPECT_EQ(slice.GetPendingTransactions(), 2u);
-    EXPECT_EQ(slice.GetDiskSpaceUsed(), std::filesystem::file_size(path + "/Index.info") + 110);
+    uint64_t files = 0;  // the counters, the transactions and the stores: all the directory holds
+    for (const auto& file : std::filesystem::directory_iterator(path)) files += file.file_size();
+    EXPECT_EQ(slice.GetDiskSpaceUsed(), files);
     EXPECT_EQ(slice.GetIndexFilesPath(), Vantu::FromUtf8(path));
     EXPECT_FALSE(slice.GetHostName().empty());
     slice.GetStatistics(statistics);
     ASSERT_EQ(statistics.slices.size(), 1u);
     EXPECT_EQ(statistics.slices.begin()->first, SarvaneStatistics::SliceKey(1, 1, 1));
-    EXPECT_EQ(statistics.slices.begin()->second.diskSpaceUsed, slice.GetDiskSpaceUsed());
+    const SarvaneSliceStatistics& mine = statistics.slices.begin()->second;
+    EXPECT_EQ(mine.diskSpaceUsed, slice.GetDiskSpaceUsed());
+    // The found transactions' trailers count as pending deletions of their collection.
+    SarvaneCollectionStatistics collection;
+    ASSERT_TRUE(mine.GetCollectionStats(3, collection));
+    EXPECT_EQ(collection.pendingDeleted, 2u);
 }
 
 // A slice whose reader fails in its recovery while `fail` is set.

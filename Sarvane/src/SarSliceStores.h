@@ -1,0 +1,28 @@
+// The stores of one started slice: opened together in the order they depend on one another, released
+// together in the order a stop needs. Made and released under the slice's files lock held exclusively.
+#pragma once
+
+#include "FileDocIdIndexId.h"
+#include "SarvaneInternalConfig.h"
+#include "core/RefCounted.h"
+
+namespace Ostrel {
+
+struct SarSliceStores {
+    // Opens, in this order: documents, terms, the document-id map, collections, small terms, the lexicon,
+    // ranking, the word corrector, security. Each store takes its place in that order as it comes.
+    SarSliceStores(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly);
+    // Releases in the stop order: ranking, lexicon, the document-id map, collections, small terms, security,
+    // terms, documents, the word corrector.
+    ~SarSliceStores();
+    SarSliceStores(const SarSliceStores&) = delete;
+    SarSliceStores& operator=(const SarSliceStores&) = delete;
+
+    // The stores' end of a start, once the counters of "Index.info" are loaded.
+    void RecoveryDone();
+    uint64_t GetDiskSpaceUsed() const;
+
+    Vantu::SmartPtr<FileDocIdIndexId> documentIdMap;
+};
+
+}  // namespace Ostrel
