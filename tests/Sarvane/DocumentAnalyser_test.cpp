@@ -73,16 +73,24 @@ TEST_F(DocumentAnalyserTest, TermsPositionsAndWordCounts) {
     EXPECT_EQ(0xBEEF, At<uint16_t>(stream, 13));
 }
 
-// The length exponent steps where trunc(1.4^e * 16) words are reached; the content date wins when known.
-TEST_F(DocumentAnalyserTest, LengthExponentAndDate) {
+// The length exponent steps where trunc(1.4^e * 16) words are reached; the content date wins when known;
+// sentences are capped in number and length, and pieces without a word are dropped.
+TEST_F(DocumentAnalyserTest, SignatureAndSentenceLimits) {
     Document document;
     document.checkDate = Vantu::DateTime::FromSeconds(5);
     document.contentDate = Vantu::DateTime::FromSeconds(7);
-    std::u16string body;
-    for (int i = 0; i < 21; ++i) body += u"word ";
-    EXPECT_EQ(0, analyser.Build(document, body, {}).signature[2]);
-    EXPECT_EQ(1, analyser.Build(document, body + u"word", {}).signature[2]);  // trunc(22.4)
-    EXPECT_EQ(7u, At<uint32_t>(analyser.Build(document, body, {}), 3));
+    std::u16string words;
+    for (int i = 0; i < 21; ++i) words += u"word ";
+    EXPECT_EQ(0, analyser.Build(document, words, {}).signature[2]);
+    EXPECT_EQ(1, analyser.Build(document, words + u"word", {}).signature[2]);  // trunc(22.4)
+    EXPECT_EQ(7u, At<uint32_t>(analyser.Build(document, words, {}), 3));
+
+    std::u16string body = u"... ?! \r\n" + std::u16string(600, u'a') + u".";
+    for (size_t i = 0; i < DocumentAnalyser::kMaxSentences + 10; ++i) body += u" Next one.";
+    const DocumentWordStream stream = analyser.Build(document, body, {});
+    ASSERT_EQ(DocumentAnalyser::kMaxSentences, stream.sentences.size());
+    EXPECT_EQ(std::u16string(DocumentAnalyser::kMaxSentenceLength, u'a'), stream.sentences[0].text);
+    EXPECT_EQ(u"Next one.", stream.sentences[1].text);
 }
 
 // An indexed text field carries its words from position 0 and "!" behind the last; other fields carry none.
@@ -103,17 +111,6 @@ TEST_F(DocumentAnalyserTest, FieldsCarryTheirTerms) {
         EXPECT_EQ(extras.fields[i], stream.fields[i].field);
         EXPECT_TRUE(stream.fields[i].valueTerms.empty() && stream.fields[i].endTerms.empty());
     }
-}
-
-// Sentences are capped in number and length; pieces without a word are dropped.
-TEST_F(DocumentAnalyserTest, SentenceLimits) {
-    Document document;
-    std::u16string body = u"... ?! \r\n" + std::u16string(600, u'a') + u".";
-    for (size_t i = 0; i < DocumentAnalyser::kMaxSentences + 10; ++i) body += u" Next one.";
-    const DocumentWordStream stream = analyser.Build(document, body, {});
-    ASSERT_EQ(DocumentAnalyser::kMaxSentences, stream.sentences.size());
-    EXPECT_EQ(std::u16string(DocumentAnalyser::kMaxSentenceLength, u'a'), stream.sentences[0].text);
-    EXPECT_EQ(u"Next one.", stream.sentences[1].text);
 }
 
 // A title and body with no word leave the stream empty, even where it held an earlier analysis; stop words

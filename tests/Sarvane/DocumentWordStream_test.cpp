@@ -91,22 +91,16 @@ TEST(DocumentWordStream, UnitStartsWithLeadingWordAndFirstTermList) {
     EXPECT_EQ(70000u, At<uint32_t>(bytes, 29));
 }
 
-// A unit that holds more than the items, or that ends inside them, is refused.
-TEST(DocumentWordStream, DamagedUnitsAreRefused) {
+// A unit that holds more than the items is refused: the layouts of the two sides differ.
+TEST(DocumentWordStream, UnitWithBytesLeftOverIsRefused) {
     VantuFile::MemoryBuffer memory;
     Sample().Write(memory);
     std::vector<uint8_t> bytes = Inflate(memory);
-
-    std::vector<uint8_t> longer = bytes;
-    longer.push_back(0);
-    std::vector<uint8_t> packed(compressBound(uLong(longer.size())));
+    bytes.push_back(0);
+    std::vector<uint8_t> packed(compressBound(uLong(bytes.size())));
     uLongf size = uLongf(packed.size());
-    ASSERT_EQ(Z_OK, compress(packed.data(), &size, longer.data(), uLong(longer.size())));
+    ASSERT_EQ(Z_OK, compress(packed.data(), &size, bytes.data(), uLong(bytes.size())));
     VantuFile::MemoryBuffer padded;
     padded.Put(packed.data(), size);
     EXPECT_THROW(DocumentWordStream::Read(padded), Vantu::BinaryStreamException);
-
-    VantuFile::MemoryBuffer cut;
-    cut.Put(memory.Data(), memory.DataSize() / 2);
-    EXPECT_THROW(DocumentWordStream::Read(cut), Vantu::BinaryStreamException);
 }
