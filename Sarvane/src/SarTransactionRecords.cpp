@@ -188,7 +188,7 @@ TransactionContents TransactionContents::Decode(const std::string& path, bool se
         stream >> opcode;
         if (opcode == kTransactionEndOfDocuments) break;
         if (opcode != kTransactionDocumentOpcode)
-            Vantu::ThrowStream<Vantu::BinaryStreamException>("Unknown record in transaction file: " + path);
+            Vantu::ThrowStream<Vantu::BinaryStreamException>("Unknown record " + std::to_string(opcode) + " in transaction file: " + path);
         contents.documents.emplace_back().Read(stream, securityEnabled);
     }
     contents.sections.Read(stream);

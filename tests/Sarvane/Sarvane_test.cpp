@@ -11,6 +11,7 @@
 #include "RecordingLog.h"
 #include "SarException.h"
 #include "SarIndexInfo.h"
+#include "DocumentWordStream.h"
 #include "FileDocIdIndexId.h"
 #include "FileTransactionsWriter.h"
 #include "Sarvane.h"
@@ -255,6 +256,56 @@ TEST(Sarvane, DeleteIndexRemovesTheIndexFilesAndTheDirectoryUnlessAForeignFileSt
     EXPECT_TRUE(std::filesystem::is_directory(path));
     slice.Start(false);
     EXPECT_EQ(slice.GetDocumentsWithShingles(), 0);
+}
+
+// A document with one term, of collection 1.
+Vantu::SmartPtr<Document> OneWordDocument() {
+    DocumentWordStream stream;
+    DocumentWordStream::Term term;
+    term.term = "word";
+    term.occurence.positions.push_back(0);
+    stream.terms = {term};
+    Vantu::SmartPtr<Document> document(new Document);
+    document->collection = 1;
+    stream.Write(document->wordStream);
+    return document;
+}
+
+TEST(Sarvane, IntakeMakesOneTransactionPerCommitAndRecoveryUndoesAnUnfinishedOne) {
+    TempDir dir;
+    const std::string path = dir / "slice";
+    Sarvane slice(SliceConfig(path));
+    slice.Start(false);
+    EXPECT_EQ(MessageIdOf<SarInvalidCollectionID>([&] { slice.AddDocument(OneWordDocument(), 1); }), 8);
+    slice.AddSupportedCollection(1);
+    slice.PreCommit();  // nothing taken: no writer, no file
+    slice.Commit();
+    auto document = OneWordDocument();
+    EXPECT_EQ(slice.AddDocument(document, 10), 0u);
+    EXPECT_EQ(document->wordStream.DataSize(), 0u);  // released once the transaction holds it
+    auto skipped = OneWordDocument();
+    skipped->skipCode = 1;
+    EXPECT_EQ(slice.AddDocument(skipped, 11), 0xFFFFFFFFu);
+    slice.PreCommit();
+    EXPECT_THROW(slice.CheckForRecovery(), SarCannotDoRecoveryIndexIsReadOnly);  // waits for the decision
+    slice.Commit();
+    slice.CheckForRecovery();
+    EXPECT_TRUE(VantuFile::FileExists(path + "/Index-0000000000.trn"));
+    EXPECT_EQ(slice.GetPendingTransactions(), 1u);
+
+    // A stop drops the open transaction; the next recovery removes it and gives its ids again.
+    EXPECT_EQ(slice.AddDocument(OneWordDocument(), 12), 1u);
+    slice.Stop(false);
+    EXPECT_TRUE(VantuFile::FileExists(path + "/Index-0000000001.trn.ttp"));
+    slice.DoRecovery(false);
+    EXPECT_FALSE(VantuFile::FileExists(path + "/Index-0000000001.trn.ttp"));
+    slice.Start(false);
+    EXPECT_EQ(slice.GetCurrentDocumentID(), 1u);
+    SarvaneStatistics statistics;
+    slice.GetStatistics(statistics);
+    SarvaneCollectionStatistics collection;
+    ASSERT_TRUE(statistics.slices.begin()->second.GetCollectionStats(1, collection));
+    EXPECT_EQ(collection.pendingAdded, 1u);  // from the pending transaction's trailer
 }
 
 TEST(Sarvane, ConfigurationAndCollectionsRefuseWhatTheSliceCannotTake) {
