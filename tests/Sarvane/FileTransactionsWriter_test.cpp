@@ -97,6 +97,13 @@ TEST(FileTransactionsWriter, RanksAndDeletionsAloneMakeAFileWithoutDocumentRecor
     EXPECT_EQ(contents.trailer.collections, (std::map<uint16_t, std::pair<uint32_t, uint32_t>>{{4, {0, 1}}, {5, {0, 1}}}));
     EXPECT_TRUE(contents.trailer.removed.empty());
     EXPECT_EQ(slice.statistics.collections[4].pendingDeleted, 1u);
+
+    // Recovery without the container's decision removes every pre-committed transaction, not only the first.
+    std::filesystem::rename(slice.path, slice.path + ".trc");
+    std::filesystem::copy_file(slice.path + ".trc", dir / "Index-0000000003.trn.trc");
+    FileTransactionsWriter::DoRecovery(slice.config, *slice.map, false, slice.log);
+    EXPECT_FALSE(FileTransactionsWriter::CheckForRecovery(*slice.config));
+    EXPECT_TRUE(slice.log->Contains(u"Proceeding with rollback..."));
 }
 
 namespace {
