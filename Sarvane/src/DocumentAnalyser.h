@@ -9,6 +9,9 @@
 //   other flag is set. All terms go to the first term list; the last term list, which feeds the same term map,
 //   stays empty, so a term is never listed twice for one document.
 // - The shingle bag is made of the normal forms of all body words, stop words included.
+// - The signature holds the number of title words, the caller's quality and language mask, the length exponent
+//   of title and body, the content date (the check date when it is not known), the caller's rank, the collection
+//   and the source. The leading word is 0 and the list of strings stays empty.
 // - Summary sentences are the body cut after each of . ! ? and at line breaks, blanks collapsed; at most
 //   kMaxSentences sentences, each cut to kMaxSentenceLength units.
 // - The word list holds every word of title and body as written, lower-cased, with its count.
@@ -46,6 +49,7 @@ public:
 
     using Extras = DocumentAnalysisExtras;
 
+    // Both must outlive the analyser.
     DocumentAnalyser(const VantuLanguage::Language& language, const VantuLanguage::StopWords& stopWords)
         : extractor_(language, stopWords) {}
 
