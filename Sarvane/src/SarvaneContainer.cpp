@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <sys/stat.h>
 
 #include "SarException.h"
 #include "SarLog.h"
+#include "SarThreads.h"
 #include "SarvaneCallInterfaceOperations.h"
 #include "SarvaneConfig.h"
 #include "core/Text.h"
@@ -23,11 +25,23 @@ constexpr const char* kSentryName = "SarcCommit.sentry";
 // The shared stores' files in the index directory, in the order DeleteIndex removes them.
 constexpr const char* kSharedStoreFiles[] = {"Repository*.*", "SarcURI-DocInfo.*", "SecurityCache-*", "Links*.*"};
 
+// How long the statistics cache answers without a refresh, how long its thread sleeps when nobody asks,
+// how long a fast caller waits, and the round in which a waiting caller looks whether the thread is still there.
+constexpr uint64_t kStatisticsFreshMs = 10000;
+constexpr uint32_t kStatsIdleMs = 300000;
+constexpr uint32_t kFastStatisticsWaitMs = 2000;
+constexpr uint32_t kStatisticsWaitRoundMs = 250;
+
 bool IsDirectory(const std::string& path) {
     struct stat info;
     return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+// Milliseconds on a clock that never goes back; never 0, which marks a cache that must be refreshed.
+uint64_t TickCount() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::max<uint64_t>(1, std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
 
 }  // namespace
 
@@ -48,6 +62,8 @@ SarvaneContainer::~SarvaneContainer() {
             // A slice that fails to stop is deleted all the same below.
         }
     }
+    // The statistics thread holds a plain pointer to this container.
+    EndStatsThread();
     for (auto& [id, index] : physicalIndexes_)
         for (auto& [mirrorId, mirror] : index.GetMirrors()) mirror.DeleteAll();
     queryPool_.Join(VantuThread::ThreadPool::kAll);
@@ -303,7 +319,10 @@ void SarvaneContainer::Start(bool readOnly) {
     }
     if (links) netrova_ = stores_->CreateLinks(directory, readOnly);
     stores_->RecoverShrink(config_);
-    uriStore_ = stores_->CreateURIStore(config_, readOnly);
+    {
+        WriteLocker uriReaders(uriReadersLock_);
+        uriStore_ = stores_->CreateURIStore(config_, readOnly);
+    }
     securityCache_ = stores_->CreateSecurityCache(config_, readOnly);
     if (!readOnly) {
         DoRecovery();
@@ -317,11 +336,15 @@ void SarvaneContainer::Start(bool readOnly) {
     uriStore_->RecoveryDone();
     stopping_ = false;
     if (!readOnly) uriStore_->BeginTransaction();
+    StartStatsThread();
 }
 
 void SarvaneContainer::Stop(bool abortTransaction) {
     return SarLogged(log_, SarvaneContainerSuffix::Stop, [&] {
         if (!IsStarted()) throw SarIndexNotStarted();
+        // The statistics thread goes first, while the container is still started: no Start can come between
+        // and clear what ends it, and Stop holds no lock yet that the thread may be waiting for.
+        EndStatsThread();
         WriteLocker operation(operationLock_);
         // A concurrent Stop may have come first.
         if (!uriStore_) throw SarIndexNotStarted();
@@ -334,7 +357,10 @@ void SarvaneContainer::Stop(bool abortTransaction) {
 }
 
 void SarvaneContainer::ReleaseStores() {
-    uriStore_ = nullptr;
+    {
+        WriteLocker uriReaders(uriReadersLock_);
+        uriStore_ = nullptr;
+    }
     securityCache_ = nullptr;
     folithek_.reset();
     netrova_.reset();
@@ -402,6 +428,109 @@ void SarvaneContainer::SetSarvaneContainerConfig(const SarvaneContainerConfig& c
         }
         queryPool_.Priority(config_.GetQueryPriority());
     });
+}
+
+void SarvaneContainer::StartStatsThread() {
+    statsActive_ = true;
+    statsThread_ = SarStartThread(kStatsThreadName, VantuThread::MakeFunction(this, &SarvaneContainer::StatsThread));
+}
+
+void SarvaneContainer::EndStatsThread() {
+    Vantu::RefCount<VantuThread::Thread> thread;
+    {
+        WriteLocker indexes(indexesLock_);
+        statsActive_ = false;
+        thread = std::move(statsThread_);
+    }
+    statsEvent_.Post();
+    // Dropping the last reference waits for the thread's end.
+}
+
+void* SarvaneContainer::StatsThread(void*) {
+    while (statsActive_) {
+        if (!AnswerFromFreshCache()) RefreshStatistics();
+        statsEvent_.Wait(kStatsIdleMs);
+    }
+    return nullptr;
+}
+
+bool SarvaneContainer::AnswerFromFreshCache() {
+    VantuThread::CriticalSectionLock hold(statisticsLock_);
+    if (statisticsTick_ == 0 || TickCount() - statisticsTick_ >= kStatisticsFreshMs) return false;
+    // Told under the lock, so that a slow caller who has just cleared the tick never takes this signal.
+    statsReadyEvent_.Post();
+    return true;
+}
+
+bool SarvaneContainer::CollectStatistics(SarvaneStatistics& out) {
+    try {
+        SarLogged(log_, SarvaneContainerSuffix::GetStatistics, [&] {
+            ReadLocker operation(operationLock_);
+            ReadLocker indexes(indexesLock_);
+            for (const auto& [physical, index] : physicalIndexes_)
+                index.ForEachSlice([&](SarvaneCallInterface& slice) { slice.GetStatistics(out); });
+        });
+    } catch (...) {
+        return false;
+    }
+    // The shared stores tell no sizes yet: cached documents, container stores and links count 0. The record
+    // starts with no compaction progress and unseen.
+    out.date = Vantu::DateTime::GetCurrentDateTime();
+    return true;
+}
+
+void SarvaneContainer::RefreshStatistics() {
+    uint64_t started;
+    {
+        VantuThread::CriticalSectionLock hold(statisticsLock_);
+        started = statisticsTick_ = TickCount();
+    }
+    SarvaneStatistics local;
+    const bool collected = CollectStatistics(local);
+    VantuThread::CriticalSectionLock hold(statisticsLock_);
+    // After a failure the last cache stays, and the slices are asked again once it is stale.
+    if (collected) statistics_ = std::move(local);
+    // A slow caller who cleared the tick meanwhile asked after this refresh began: its wake-up brings another.
+    if (statisticsTick_ != started) return;
+    statisticsTick_ = TickCount();
+    statsReadyEvent_.Post();
+}
+
+void SarvaneContainer::WaitForStatistics(bool fast) const {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(kFastStatisticsWaitMs);
+    // In rounds: a thread that has ended never answers, and a wake-up that another caller took is repeated.
+    while (statsActive_) {
+        uint32_t round = kStatisticsWaitRoundMs;
+        if (fast) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            if (left <= 0) return;
+            round = std::min<uint32_t>(round, left);
+        }
+        if (statsReadyEvent_.Wait(round) == VantuThread::WaitResult::Signalled) return;
+        statsEvent_.Post();
+    }
+}
+
+void SarvaneContainer::GetStatistics(SarvaneStatistics& out, bool fast) const {
+    return SarLogged(log_, SarvaneContainerSuffix::GetStatistics, [&] {
+        if (!fast) {
+            VantuThread::CriticalSectionLock hold(statisticsLock_);
+            statisticsTick_ = 0;
+            statsReadyEvent_.Reset();
+        }
+        statsEvent_.Post();
+        WaitForStatistics(fast);
+        VantuThread::CriticalSectionLock hold(statisticsLock_);
+        out = statistics_;
+        statistics_.seen = true;
+    });
+}
+
+uint32_t SarvaneContainer::GetNumberOfDocumentsInIndex() const {
+    ReadLocker uriReaders(uriReadersLock_);
+    if (!uriStore_) throw SarIndexNotStarted();
+    return uriStore_->GetNumberOfDocuments();
 }
 
 }  // namespace Ostrel

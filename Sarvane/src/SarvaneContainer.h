@@ -1,6 +1,6 @@
 // The one object an application talks to: the topology of physical indexes, mirrors and slices, the stores
-// they share, and their start and stop in a fixed order. Reference counted; any thread may call it, and
-// the locks operationLock, indexesLock and the configuration's lock are taken in that order.
+// they share, their start and stop in a fixed order, and a cache of their statistics. Reference counted; any
+// thread may call it, and operationLock, indexesLock, uriReadersLock and the configuration's lock nest in that order.
 #pragma once
 
 #include <atomic>
@@ -17,9 +17,13 @@
 #include "SarvaneContainerAccess.h"
 #include "SarvaneContainerConfig.h"
 #include "SarvaneContainerStores.h"
+#include "SarvaneStatistics.h"
+#include "core/CriticalSection.h"
+#include "core/EventSemaphore.h"
 #include "core/LogCallInterface.h"
 #include "core/ReadWriteSemaphore.h"
 #include "core/RefCounted.h"
+#include "core/Thread.h"
 #include "core/ThreadPool.h"
 
 namespace Ostrel {
@@ -88,6 +92,16 @@ public:
     // On a started container only the changes that ValidRunningModifications allows (else message 12).
     void SetSarvaneContainerConfig(const SarvaneContainerConfig& config);
 
+    // Statistics of every slice, from a cache that the thread "Sarc: StatsThread" keeps. `fast` false has the
+    // thread refresh the cache and waits for it; `fast` true waits 2 s at most and then takes what the cache
+    // holds, which the thread renews when it is older than 10 s. `seen` is false only on the first read of a
+    // refreshed cache. Once the container is stopped or stopping there is no thread to refresh it: both modes
+    // answer the last cache at once rather than raise, so a caller needs no care about a concurrent Stop. A
+    // slice that fails to answer leaves the last cache in place (its date tells its age) and is logged.
+    void GetStatistics(SarvaneStatistics& out, bool fast) const;
+    // The number of documents in the URI store. SarIndexNotStarted on a container that isn't started.
+    uint32_t GetNumberOfDocumentsInIndex() const;
+
 private:
     // Callers hold indexesLock.
     PhysicalIndex& FindPhysical(uint16_t physical);
@@ -104,10 +118,23 @@ private:
     void DoRecovery();
     std::string SentryPath() const;
 
+    // The statistics thread: started last by Start, ended first by Stop (see Stop for why).
+    void StartStatsThread();
+    void EndStatsThread();
+    void* StatsThread(void*);
+    // Under statisticsLock: whether the cache is young enough to answer; if so the waiting caller is told.
+    bool AnswerFromFreshCache();
+    // Asks every slice, then replaces the cache; on failure the cache stays and the failure is logged.
+    void RefreshStatistics();
+    // Fills `out` from every slice; false after a failure, which is logged.
+    bool CollectStatistics(SarvaneStatistics& out);
+    // Waits until the thread says the cache is ready: 2 s at most when `fast`, else as long as the thread runs.
+    void WaitForStatistics(bool fast) const;
+
     SarvaneContainerConfig config_;
     const Vantu::SmartPtr<Vantu::LogCallInterface> log_;
     const std::unique_ptr<SarvaneContainerStores> stores_;
-    // Set while started: the test behind IsStarted.
+    // Set while started: the test behind IsStarted. Changed under indexesLock and uriReadersLock exclusive.
     Vantu::SmartPtr<SarcURIStore> uriStore_;
     Vantu::SmartPtr<SarcSecurityCache> securityCache_;
     std::unique_ptr<SarcSharedStore> folithek_;
@@ -123,9 +150,23 @@ private:
 
     mutable VantuThread::ReadWriteSemaphore operationLock_;
     mutable VantuThread::ReadWriteSemaphore indexesLock_;
+    // Shared by the read calls on the URI store; taken after indexesLock.
+    mutable VantuThread::ReadWriteSemaphore uriReadersLock_;
     VantuThread::ThreadPool queryPool_;
     VantuThread::ThreadPool fastQueryPool_;
     SarOperationPool operationPool_;
+
+    // "Sarc: StatsThread"; set and dropped under indexesLock exclusive. It runs while statsActive_ is set.
+    Vantu::RefCount<VantuThread::Thread> statsThread_;
+    std::atomic<bool> statsActive_{false};
+    mutable VantuThread::CriticalSection statisticsLock_;
+    // Under statisticsLock: the cache, and the tick of its last refresh; 0 asks the thread for a refresh.
+    mutable SarvaneStatistics statistics_;
+    mutable uint64_t statisticsTick_ = 0;
+    // Wakes the thread (auto-reset).
+    mutable VantuThread::EventSemaphore statsEvent_{false, false};
+    // The cache is ready; one waiter takes each signal (auto-reset).
+    mutable VantuThread::EventSemaphore statsReadyEvent_{false, false};
 };
 
 }  // namespace Ostrel

@@ -2,6 +2,7 @@
 // and the factory that builds them. The container calls them under its own locks, one thread at a time.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ public:
     virtual void RecoveryDone() = 0;
     // Opens the transaction that the next commit publishes; writable containers only.
     virtual void BeginTransaction() = 0;
+    // The number of documents the tree holds.
+    virtual uint32_t GetNumberOfDocuments() const = 0;
 };
 
 // The expansion of identities into the groups they belong to.

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-
 #include <atomic>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +16,7 @@
 #include "SarvaneContainer.h"
 #include "SarvaneContainerConfig.h"
 #include "TempDir.h"
+#include "ThreadsNamed.h"
 #include "core/Text.h"
 #include "file/FileSystem.h"
 
@@ -30,20 +29,6 @@ SarvaneConfig SliceConfig(const std::string& path, uint16_t slice = 1) {
     SarvaneConfig config(1, 1, slice);
     config.SetIndexFilesPath(Vantu::FromUtf8(path));
     return config;
-}
-
-// Threads of this process whose name the system shows as `name` (cut at 15 bytes).
-int ThreadsNamed(std::string name) {
-    name.resize(std::min<size_t>(name.size(), 15));
-    int count = 0;
-    DIR* tasks = opendir("/proc/self/task");
-    while (dirent* entry = readdir(tasks)) {
-        std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
-        std::string shown;
-        if (std::getline(comm, shown) && shown == name) ++count;
-    }
-    closedir(tasks);
-    return count;
 }
 
 void Touch(const std::string& path, size_t size = 0) { std::ofstream(path, std::ios::binary) << std::string(size, 'x'); }
@@ -346,6 +331,7 @@ public:
     void Rollback() override {}
     void RecoveryDone() override {}
     void BeginTransaction() override {}
+    uint32_t GetNumberOfDocuments() const override { return 0; }
 };
 
 class NoSecurityCache : public SarcSecurityCache {
