@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "DocumentWordStream.h"
 #include "IndexedDocument.h"
+#include "Lexicon.h"
 #include "SarException.h"
 #include "SarTransactionRecords.h"
 #include "SarvaneConfigLock.h"
@@ -12,9 +14,7 @@
 #include "core/LogEntry.h"
 #include "core/Text.h"
 #include "file/FileSystem.h"
-#include "language/WordsExtractor.h"
 #include "store/EliasDeltaCodes.h"
-#include "store/ShingleBag.h"
 #include "store/ZLib.h"
 #include "store/ZLibCompressedBuffer.h"
 
@@ -81,6 +81,13 @@ FileTransactionsWriter::~FileTransactionsWriter() = default;
 uint32_t FileTransactionsWriter::AddDocument(const Vantu::SmartPtrToConst<Document>& document,
                                              uint32_t indexDocumentId) {
     if (document->wordStream.DataSize() == 0) return kNoDocumentId;
+    // Everything that can refuse the document comes before its id is taken and before the term maps change
+    // (D2): the stream is read whole, and the fields are checked.
+    DocumentWordStream stream = DocumentWordStream::Read(document->wordStream);
+    for (const DocumentWordStream::Field& field : stream.fields)
+        if (field.field.IsIndexed() && CustomField::MakeKey(field.field.Name()).size() > Lexicon::kMaxTermSize)
+            throw SarInvalidCustomField(SAR_MESSAGE(13, field.field.Name().substr(1)));
+
     std::lock_guard<std::mutex> hold(statisticsSection_);
     SarvaneCollectionStatistics collection = statistics_.collections[document->collection];
     const uint32_t id = documentIdMap_->AddDocument(indexDocumentId);
@@ -88,35 +95,16 @@ uint32_t FileTransactionsWriter::AddDocument(const Vantu::SmartPtrToConst<Docume
     addedDocuments_.insert(id);
 
     IndexedDocument indexed(*document, id);
+    indexed.shingles = std::move(stream.shingles);
+    indexed.signature = stream.signature;
+    indexed.summarySentences = std::move(stream.sentences);
+    indexed.strings = std::move(stream.strings);
     TransactionDocumentRecord record;
-    {
-        VantuFile::StaticMemoryBuffer source(static_cast<const void*>(document->wordStream.Data()),
-                                             document->wordStream.DataSize());
-        VantuCompression::ZLib zlib(1, 8, 15);
-        VantuCompression::ICompressedBufferT<unsigned int> inflater(source, &zlib);
-        WordStream stream(&inflater);
-        uint32_t unused, count;
-        stream >> unused;
-        ReadTermsInfo(stream, id, termOperations_, operationCount_, operationBytes_);
-        stream >> indexed.shingles;
-        stream.GetExact(indexed.signature.data(), indexed.signature.size());
-        stream >> count;
-        indexed.summarySentences.resize(count);
-        for (SummarySentence& sentence : indexed.summarySentences) stream >> sentence;
-        stream >> count;
-        indexed.strings.resize(count);
-        for (std::u16string& text : indexed.strings) stream >> text;
-        ReadCustomFields(stream, id, record.customFields);
-        ReadWordCorrectorWords(stream);
-        ReadTermsInfo(stream, id, termOperations_, operationCount_, operationBytes_);
-    }
-    for (const CustomField& field : record.customFields)
-        if (field.Travels())
-            (CustomField::GetIsSystemField(field.Name()) ? indexed.systemFields : indexed.userFields).push_back(field);
-    // Only indexed fields that aren't text reach the index through the record; text went into term tables.
-    std::erase_if(record.customFields,
-                  [](const CustomField& f) { return !f.IsIndexed() || f.GetType() == CustomField::kString; });
-    WriteUnit(storedOutput_, [&](Vantu::BaseBinaryStream& stream) { indexed.Save(stream); });
+    AddTermOperations(stream.terms, id, termOperations_, operationCount_, operationBytes_);
+    AddCustomFields(stream.fields, id, indexed, record.customFields);
+    AddWordCorrectorWords(stream.words);
+    AddTermOperations(stream.lastTerms, id, termOperations_, operationCount_, operationBytes_);
+    WriteUnit(storedOutput_, [&](Vantu::BaseBinaryStream& out) { indexed.Save(out); });
 
     record.documentId = id;
     record.hasShingles = !indexed.shingles.empty();
@@ -139,26 +127,23 @@ uint32_t FileTransactionsWriter::AddDocument(const Vantu::SmartPtrToConst<Docume
     return id;
 }
 
-void FileTransactionsWriter::ReadTermsInfo(WordStream& stream, uint32_t id, TermMap& map,
-                                           uint32_t& count, uint32_t& bytes) {
-    uint32_t terms;
-    stream >> terms;
-    if (terms == 0) return;
-    TransactionTermOperation* operations = operationBlocks_.emplace_back(new TransactionTermOperation[terms]).get();
-    operationsHeld_ += terms;
-    for (uint32_t i = 0; i < terms; ++i) {
-        std::string term;
-        uint16_t flags;
-        VantuLanguage::WordsExtractor::Occurence occurence;
-        stream >> term >> flags;
-        stream >> occurence;
+void FileTransactionsWriter::AddTermOperations(DocumentWordStream::TermList& terms, uint32_t id, TermMap& map,
+                                               uint32_t& count, uint32_t& bytes) {
+    if (terms.empty()) return;
+    TransactionTermOperation* operations = operationBlocks_.emplace_back(new TransactionTermOperation[terms.size()]).get();
+    operationsHeld_ += terms.size();
+    for (size_t i = 0; i < terms.size(); ++i) {
+        DocumentWordStream::Term& term = terms[i];
+        // No dictionary could hold such a term; it is no word anyone searches for either.
+        if (term.term.size() > Lexicon::kMaxTermSize) continue;
+        Vantu::FastVector<unsigned int>& positions = term.occurence.positions;
         TransactionTermOperation& operation = operations[i];
-        operation = TransactionTermOperation(id, uint32_t(occurence.positions.size()), flags);
-        CodePositions(occurence.positions);
+        operation = TransactionTermOperation(id, uint32_t(positions.size()), term.flags);
+        CodePositions(positions);
         const uint32_t size = positionBuffer_.Size();
         operation.SetData(KeepPositionData(size), uint16_t(size));
         bytes += size;
-        auto [at, inserted] = map.try_emplace(std::move(term));
+        auto [at, inserted] = map.try_emplace(std::move(term.term));
         if (inserted) termBytes_ += kTermNodeBytes + at->first.size();
         at->second.push_back(&operation);
         ++count;
@@ -194,38 +179,35 @@ const uint8_t* FileTransactionsWriter::KeepPositionData(uint32_t size) {
     return data;
 }
 
-void FileTransactionsWriter::ReadCustomFields(WordStream& stream, uint32_t id,
-                                              std::vector<CustomField>& fields) {
-    uint32_t count;
-    stream >> count;
-    fields.resize(count);
-    for (CustomField& field : fields) {
-        stream >> field;
+void FileTransactionsWriter::AddCustomFields(std::vector<DocumentWordStream::Field>& fields, uint32_t id,
+                                             IndexedDocument& indexed, std::vector<CustomField>& recorded) {
+    for (DocumentWordStream::Field& entry : fields) {
+        const CustomField& field = entry.field;
+        if (field.Travels())
+            (CustomField::GetIsSystemField(field.Name()) ? indexed.systemFields : indexed.userFields).push_back(field);
         if (!field.IsIndexed()) continue;
         const std::string key = CustomField::MakeKey(field.Name());
         if (field.GetType() == CustomField::kString) {
+            // Text reaches the index through the term tables; other values through the record.
             TermMap& terms = customFieldOperations_[key];
-            for (int list = 0; list < 2; ++list)
-                ReadTermsInfo(stream, id, terms, customFieldOperationCount_, customFieldOperationBytes_);
+            AddTermOperations(entry.valueTerms, id, terms, customFieldOperationCount_, customFieldOperationBytes_);
+            AddTermOperations(entry.endTerms, id, terms, customFieldOperationCount_, customFieldOperationBytes_);
+        } else {
+            recorded.push_back(field);
         }
         // Every indexed field, text or not, lists the documents that have it.
         fieldDocuments_[key].push_back(id);
     }
 }
 
-void FileTransactionsWriter::ReadWordCorrectorWords(WordStream& stream) {
-    uint32_t count;
-    stream >> count;
-    WriteUnit(wordsOutput_, [&](Vantu::BaseBinaryStream& words) {
-        words << count;
-        for (uint32_t i = 0; i < count; ++i) {
-            std::u16string word;
-            uint32_t frequency;
-            stream >> word >> frequency;
+void FileTransactionsWriter::AddWordCorrectorWords(const std::vector<DocumentWordStream::WordCount>& words) {
+    WriteUnit(wordsOutput_, [&](Vantu::BaseBinaryStream& out) {
+        out << uint32_t(words.size());
+        for (const auto& [word, frequency] : words) {
             // A frequency is at least 1; one byte tells up to 256, and the sums count what the byte tells, so
             // the reader can later take out exactly what was put in.
             const uint8_t told = uint8_t(std::min<uint32_t>(std::max<uint32_t>(frequency, 1) - 1, 255));
-            words << std::u16string_view(word) << told;
+            out << std::u16string_view(word) << told;
             wordCorrectorWords_[word] += told + 1u;
         }
     });
@@ -257,6 +239,8 @@ void FileTransactionsWriter::UpdateDocumentsRank(const std::vector<std::pair<uin
         const uint32_t id = documentIdMap_->GetDocId(indexDocumentId);
         if (id != FileDocIdIndexId::kNoDocument) known.emplace_back(id, rank);
     }
+    // Document ids needn't ascend with index document ids (D3); a stable sort keeps a later rank behind.
+    std::stable_sort(known.begin(), known.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<std::pair<uint32_t, float>> merged;
     merged.reserve(documentRanks_.size() + known.size());
     auto older = documentRanks_.begin();

@@ -14,6 +14,8 @@
 
 #include "CustomField.h"
 #include "Document.h"
+#include "DocumentWordStream.h"
+#include "IndexedDocument.h"
 #include "FileDocIdIndexId.h"
 #include "SarTransaction.h"
 #include "SarvaneInternalConfig.h"
@@ -35,7 +37,8 @@ public:
                            uint32_t& pendingTransactions, const Vantu::SmartPtr<Vantu::LogCallInterface>& log);
     ~FileTransactionsWriter() override;
 
-    // The slice's document id, or 0xFFFFFFFF for a document whose word stream is empty (no id is used).
+    // The slice's document id, or 0xFFFFFFFF for a document whose word stream is empty (no id is used). A
+    // document refused for its stream or its fields takes no id and leaves no trace.
     uint32_t AddDocument(const Vantu::SmartPtrToConst<Document>& document, uint32_t indexDocumentId);
     // Pairs of (index document id, collection), ascending; ids the slice doesn't hold are dropped.
     void DeleteDocuments(const std::vector<std::pair<uint32_t, uint16_t>>& documents);
@@ -60,14 +63,16 @@ public:
 private:
     using OperationList = std::vector<TransactionTermOperation*>;
     using TermMap = std::map<std::string, OperationList>;
-    using WordStream = Vantu::BinaryStreamT<unsigned int>;
 
-    void ReadTermsInfo(WordStream& stream, uint32_t id, TermMap& map, uint32_t& count,
-                       uint32_t& bytes);
+    // Files the operations of one term list of document `id` under their terms; a term too long for the
+    // dictionary is dropped.
+    void AddTermOperations(DocumentWordStream::TermList& terms, uint32_t id, TermMap& map, uint32_t& count,
+                           uint32_t& bytes);
     void CodePositions(Vantu::FastVector<unsigned int>& positions);
     const uint8_t* KeepPositionData(uint32_t size);
-    void ReadCustomFields(WordStream& stream, uint32_t id, std::vector<CustomField>& fields);
-    void ReadWordCorrectorWords(WordStream& stream);
+    void AddCustomFields(std::vector<DocumentWordStream::Field>& fields, uint32_t id, IndexedDocument& indexed,
+                         std::vector<CustomField>& recorded);
+    void AddWordCorrectorWords(const std::vector<DocumentWordStream::WordCount>& words);
     void WriteTermTable(Vantu::BaseBinaryStream& stream, TermMap& map);
     void WriteSections(Vantu::BaseBinaryStream& stream);
     void WriteDeletions(Vantu::BaseBinaryStream& stream);

@@ -6,6 +6,9 @@
 #include "CrashHarness.h"
 #include "DocumentWordStream.h"
 #include "IndexedDocument.h"
+#include "Lexicon.h"
+#include "MessageIdOf.h"
+#include "SarException.h"
 #include "FileDocIdIndexId.h"
 #include "FileTransactionsWriter.h"
 #include "RecordingLog.h"
@@ -292,6 +295,40 @@ TEST(FileTransactionsWriter, PositionsThatDontFitAreCutFromTheEnd) {
     ASSERT_GT(kept.size(), 1000u);
     ASSERT_LT(kept.size(), 100000u);
     for (size_t i = 0; i < kept.size(); ++i) ASSERT_EQ(kept[i], i * 1000) << i;
+}
+
+// D2: a document refused for its stream or its fields takes no id and leaves nothing behind; an over-long term is
+// dropped alone. D3: ids needn't ascend with index document ids, and the rank list still comes out by id.
+TEST(FileTransactionsWriter, D2_D3_RefusedDocumentsLeaveNoTraceAndRanksFollowDocumentIds) {
+    TempDir dir;
+    Slice slice(dir.Path());
+    auto writer = slice.Writer();
+    DocumentWordStream badField;
+    badField.terms = {MakeTerm("lost", 0, {0})};
+    badField.fields = {{CustomField(std::string(Lexicon::kMaxTermSize + 1, 'f'), CustomFieldValue(int32_t(1)), 0x02), {}, {}}};
+    EXPECT_EQ(MessageIdOf<SarInvalidCustomField>([&] { writer->AddDocument(MakeDocument(1, badField), 5); }), 13);
+    Vantu::SmartPtr<Document> garbage(new Document);
+    garbage->wordStream.Put("not a zlib unit", 15);
+    EXPECT_ANY_THROW(writer->AddDocument(garbage, 6));
+    EXPECT_EQ(slice.map->GetCurrentDocId(), 0u);
+
+    DocumentWordStream good;
+    good.terms = {MakeTerm(std::string(Lexicon::kMaxTermSize + 1, 'x'), 0, {0}), MakeTerm("kept", 0, {1})};
+    EXPECT_EQ(writer->AddDocument(MakeDocument(1, good), 20), 0u);
+    EXPECT_EQ(writer->AddDocument(MakeDocument(1, good), 10), 1u);
+    writer->UpdateDocumentsRank({{10, 1.0f}, {20, 2.0f}});
+    writer->UpdateDocumentsRank({{20, 3.0f}});
+    writer->PreCommit();
+    writer->Commit();
+
+    const TransactionContents contents = TransactionContents::Decode(slice.path, true);
+    EXPECT_EQ(contents.documents.size(), 2u);
+    std::vector<std::string> terms;
+    for (const auto& [term, entries] : contents.sections.terms) terms.push_back(term);
+    EXPECT_EQ(terms, std::vector<std::string>{"kept"});
+    EXPECT_EQ(contents.sections.operationCount, 2u);
+    EXPECT_TRUE(contents.sections.fieldDocuments.empty());
+    EXPECT_EQ(contents.sections.ranks, (std::vector<std::pair<uint32_t, float>>{{0, 3.0f}, {1, 1.0f}}));
 }
 
 namespace {

@@ -1,0 +1,139 @@
+#include "Lexicon.h"
+
+#include "SarvaneConfigLock.h"
+
+namespace Ostrel {
+
+namespace {
+
+using ConfigRead = SarvaneConfigReadLock<SarvaneInternalConfig>;
+constexpr uint32_t kPageSize = 0x10000;
+
+std::string PathOf(const SarvaneInternalConfig& config, const char* name) {
+    ConfigRead hold(config);
+    return config.GetIndexFilesPathAsString() + "/" + name;
+}
+
+uint32_t CacheSize(const SarvaneInternalConfig& config, SarvaneConfig::Size size) {
+    ConfigRead hold(config);
+    return config.GetSize(size);
+}
+
+}  // namespace
+
+Lexicon::Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
+    : config_(config),
+      rareTerms_(PathOf(*config, kRareTermsFileName), kPageSize,
+                 CacheSize(*config, SarvaneConfig::kLexiconNonFreqCacheSize), readOnly),
+      frequentTerms_(PathOf(*config, kFrequentTermsFileName), kPageSize,
+                     CacheSize(*config, SarvaneConfig::kLexiconFreqCacheSize), readOnly) {}
+
+uint32_t Lexicon::AddTerm(const std::string& term, uint32_t count, bool small) {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    if (const auto cached = frequentTermCache_.find(term); cached != frequentTermCache_.end()) return cached->second;
+    if (const Tree::iterator frequent = frequentTerms_.Find(term); frequent != frequentTerms_.end()) {
+        if (frequentTermCache_.size() < kCacheLimit) frequentTermCache_.emplace(term, frequent->second);
+        return frequent->second;
+    }
+    if (const Tree::iterator rare = rareTerms_.Find(term); rare != rareTerms_.end()) return rare->second;
+    // The tree checks the record's size before the counter moves, so a refused term uses no id.
+    const uint32_t id = small ? nextSmallTermId_ : nextTermId_;
+    (count < kFrequentDocuments ? rareTerms_ : frequentTerms_).Insert(term, id);
+    ++(small ? nextSmallTermId_ : nextTermId_);
+    return id;
+}
+
+uint32_t Lexicon::Find(const std::string& term) const {
+    if (const auto cached = frequentTermCache_.find(term); cached != frequentTermCache_.end()) return cached->second;
+    for (Tree* tree : {&frequentTerms_, &rareTerms_})
+        if (const Tree::iterator found = tree->Find(term); found != tree->end()) return found->second;
+    return Term::kNoTermId;
+}
+
+std::string Lexicon::ResolveAlias(const std::string& term) const {
+    if (!term.starts_with('@')) return term;
+    std::lock_guard<std::mutex> hold(aliasesSection_);
+    const auto alias = customFieldAliases_.find(term);
+    return alias == customFieldAliases_.end() ? term : alias->second;
+}
+
+uint32_t Lexicon::FindTerm(const std::string& term) const {
+    // The alias section is left before the dictionary's is taken: the two are never held together.
+    const std::string resolved = ResolveAlias(term);
+    std::lock_guard<std::mutex> hold(termsSection_);
+    return Find(resolved);
+}
+
+void Lexicon::PromoteTerm(const std::string& term) {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    const Tree::iterator rare = rareTerms_.Find(term);
+    if (rare == rareTerms_.end()) return;
+    const uint32_t id = rare->second;
+    frequentTerms_.Insert(term, id);
+    rareTerms_.Erase(term);
+}
+
+void Lexicon::ClearFieldAliases() {
+    std::lock_guard<std::mutex> hold(aliasesSection_);
+    customFieldAliases_.clear();
+}
+
+void Lexicon::AddFieldAlias(const std::string& alias, const std::string& field) {
+    std::lock_guard<std::mutex> hold(aliasesSection_);
+    customFieldAliases_[alias] = field;
+}
+
+void Lexicon::PreCommit(const bool& cancel) {
+    if (cancel) return;
+    std::lock_guard<std::mutex> hold(termsSection_);
+    rareTerms_.PreCommit();
+    frequentTerms_.PreCommit();
+}
+
+void Lexicon::Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log) {
+    if (cancel) return;
+    {
+        std::lock_guard<std::mutex> hold(termsSection_);
+        rareTerms_.Commit();
+        frequentTerms_.Commit();
+    }
+    if (log) log->SetProgress(0.05);
+}
+
+void Lexicon::Rollback() {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    rareTerms_.Rollback();
+    frequentTerms_.Rollback();
+    frequentTermCache_.clear();
+}
+
+void Lexicon::LoadInfo(const SarIndexInfo& info) {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    nextTermId_ = info.nextTermId;
+    nextSmallTermId_ = info.nextSmallTermId;
+    customFieldInfos_ = info.fields;
+}
+
+void Lexicon::SaveInfo(SarIndexInfo& info) const {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    info.nextTermId = nextTermId_;
+    info.nextSmallTermId = nextSmallTermId_;
+    info.fields = customFieldInfos_;
+}
+
+uint64_t Lexicon::GetDiskSpaceUsed() const {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    return rareTerms_.GetSizeInBytes() + frequentTerms_.GetSizeInBytes();
+}
+
+uint32_t Lexicon::GetNextTermId() const {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    return nextTermId_;
+}
+
+uint32_t Lexicon::GetNextSmallTermId() const {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    return nextSmallTermId_;
+}
+
+}  // namespace Ostrel

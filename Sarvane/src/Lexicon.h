@@ -1,0 +1,83 @@
+// The term dictionary of one slice: each term (UTF-8) to a 32-bit id, in two trees by how many documents the
+// term has, with a small cache of frequent terms; it owns the two id counters. Any thread: queries look terms
+// up while the reader thread adds them, and one section guards the dictionary.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "SarIndexInfo.h"
+#include "SarvaneInternalConfig.h"
+#include "Term.h"
+#include "core/LogEntryCallInterface.h"
+#include "core/RefCounted.h"
+#include "store/BTreeMap.h"
+
+namespace Ostrel {
+
+class Lexicon : public Vantu::SPRefCounter {
+public:
+    static constexpr const char* kRareTermsFileName = "Lexicon.ltr";
+    static constexpr const char* kFrequentTermsFileName = "Lexicon-Freq.ltr";
+    // Large terms take ids from 0, small terms (a custom field's list of documents) from here.
+    static constexpr uint32_t kFirstSmallTermId = 3000000000u;
+    // A term expected in this many documents or more goes to the frequent tree.
+    static constexpr uint32_t kFrequentDocuments = 26;
+    static constexpr size_t kCacheLimit = 1000;
+    // The longest term in bytes that intake passes on: far below what a tree record holds, so that a committed
+    // transaction can always be applied. Longer terms are dropped where they enter.
+    static constexpr size_t kMaxTermSize = 1000;
+
+    // Opens both trees, under the configuration's read lock.
+    Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly);
+
+    // The id of `term`, given now when the term is new: from the small counter when `small`, else the large one.
+    // An existing term keeps its id whatever `count` and `small` say.
+    uint32_t AddTerm(const std::string& term, uint32_t count, bool small);
+    // The id of `term`, a field alias resolved first; Term::kNoTermId for a term the dictionary doesn't know.
+    uint32_t FindTerm(const std::string& term) const;
+    // Moves a rare term to the frequent tree under the same id, once its documents passed 25.
+    void PromoteTerm(const std::string& term);
+
+    // Aliases name custom fields ("@alias" to "@field"); a lookup of the alias finds the field's term.
+    void ClearFieldAliases();
+    void AddFieldAlias(const std::string& alias, const std::string& field);
+
+    // The dictionary's part of a slice transaction. A rollback also empties the cache: an id cached for a term
+    // of the abandoned transaction is given out again to another term.
+    void PreCommit(const bool& cancel);
+    void Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log);
+    void Rollback();
+
+    // The counters and custom-field table kept in "Index.info".
+    void LoadInfo(const SarIndexInfo& info);
+    void SaveInfo(SarIndexInfo& info) const;
+    uint64_t GetDiskSpaceUsed() const;
+
+    uint32_t GetNextTermId() const;
+    uint32_t GetNextSmallTermId() const;
+
+private:
+    using Tree = VantuBTree::BTreeMap<std::string, uint32_t>;
+
+    // Under termsSection_.
+    uint32_t Find(const std::string& term) const;
+    std::string ResolveAlias(const std::string& term) const;
+
+    const Vantu::SmartPtr<SarvaneInternalConfig> config_;
+    uint32_t nextTermId_ = 0;
+    uint32_t nextSmallTermId_ = kFirstSmallTermId;
+    mutable Tree rareTerms_;
+    mutable Tree frequentTerms_;
+    std::map<std::string, uint32_t> frequentTermCache_;
+    mutable std::mutex termsSection_;
+    // Passed through "Index.info" unchanged until the custom-field index keeps it.
+    std::vector<SarFieldInfo> customFieldInfos_;
+    std::map<std::string, std::string> customFieldAliases_;
+    mutable std::mutex aliasesSection_;
+};
+
+}  // namespace Ostrel
