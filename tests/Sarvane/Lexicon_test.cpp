@@ -1,0 +1,191 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+
+#include "CrashHarness.h"
+#include "Lexicon.h"
+#include "TempDir.h"
+#include "core/Text.h"
+#include "file/CFileT.h"
+#include "file/FileSystem.h"
+
+using namespace Ostrel;
+using namespace SarvaneTest;
+
+namespace {
+
+Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
+    SarvaneConfig config(1, 1, 1);
+    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
+    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
+}
+
+SarIndexInfo FreshInfo() {
+    SarIndexInfo info;
+    info.nextSmallTermId = Lexicon::kFirstSmallTermId;
+    return info;
+}
+
+void Settle(Lexicon& lexicon) {
+    lexicon.PreCommit(false);
+    lexicon.Commit(false, nullptr);
+}
+
+// The terms of one tree file with their ids.
+std::map<std::string, uint32_t> TreeOf(const std::string& path) {
+    VantuBTree::BTreeMap<std::string, uint32_t> tree(path, 0x10000, 0x10000, true);
+    std::map<std::string, uint32_t> terms;
+    for (auto at = tree.Begin(); at != tree.end(); ++at) terms.insert(*at);
+    return terms;
+}
+
+}  // namespace
+
+TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
+    TempDir dir;
+    {
+        Lexicon lexicon(ConfigIn(dir.Path()), false);
+        lexicon.LoadInfo(FreshInfo());
+        EXPECT_EQ(lexicon.AddTerm("rare", 25, false), 0u);
+        EXPECT_EQ(lexicon.AddTerm("common", 26, false), 1u);
+        EXPECT_EQ(lexicon.AddTerm("@author", 26, true), Lexicon::kFirstSmallTermId);
+        EXPECT_EQ(lexicon.AddTerm("rare", 1000, true), 0u);  // an existing term keeps its id
+        EXPECT_EQ(lexicon.AddTerm("rising", 1, false), 2u);
+        lexicon.PromoteTerm("rising");
+        EXPECT_EQ(lexicon.FindTerm("rising"), 2u);
+        EXPECT_EQ(lexicon.FindTerm("absent"), Term::kNoTermId);
+        lexicon.AddFieldAlias("@writer", "@author");
+        EXPECT_EQ(lexicon.FindTerm("@writer"), Lexicon::kFirstSmallTermId);
+        lexicon.ClearFieldAliases();
+        EXPECT_EQ(lexicon.FindTerm("@writer"), Term::kNoTermId);
+        Settle(lexicon);
+        EXPECT_GT(lexicon.GetDiskSpaceUsed(), 0u);
+    }
+    EXPECT_EQ(TreeOf(dir / Lexicon::kRareTermsFileName), (std::map<std::string, uint32_t>{{"rare", 0}}));
+    EXPECT_EQ(TreeOf(dir / Lexicon::kFrequentTermsFileName),
+              (std::map<std::string, uint32_t>{{"@author", Lexicon::kFirstSmallTermId}, {"common", 1}, {"rising", 2}}));
+
+    // The ids are stable across a reopen; the counters come back from the saved counters.
+    Lexicon reopened(ConfigIn(dir.Path()), true);
+    EXPECT_EQ(reopened.FindTerm("common"), 1u);
+}
+
+// A rolled-back transaction gives its ids out again; the cache must not keep one of them for its old term, or
+// two terms would share an id.
+TEST(Lexicon, ARollbackEmptiesTheCacheSoNoTwoTermsShareAnId) {
+    TempDir dir;
+    Lexicon lexicon(ConfigIn(dir.Path()), false);
+    SarIndexInfo committed = FreshInfo();
+    lexicon.LoadInfo(committed);
+    lexicon.AddTerm("kept", 26, false);
+    Settle(lexicon);
+    lexicon.SaveInfo(committed);
+
+    const uint32_t abandoned = lexicon.AddTerm("abandoned", 26, false);
+    EXPECT_EQ(lexicon.AddTerm("abandoned", 26, false), abandoned);  // now cached
+    lexicon.Rollback();
+    lexicon.LoadInfo(committed);
+    EXPECT_EQ(lexicon.FindTerm("abandoned"), Term::kNoTermId);
+    const uint32_t other = lexicon.AddTerm("other", 26, false);
+    EXPECT_EQ(other, abandoned);  // the id is given again
+    EXPECT_NE(lexicon.AddTerm("abandoned", 26, false), other);
+}
+
+namespace {
+
+// The transaction of the crash test: terms added, pre-committed with the counters in "Index.info.new", a decision
+// mark, then committed. The mark plays the reader's rename that follows every store's pre-commit.
+std::string Decided(const std::string& dir) { return dir + "/decided"; }
+
+void Mark(const std::string& path) {
+    VantuFile::CFileT<unsigned int> file(path);
+    file.Open(VantuFile::CFileT<unsigned int>::kModeCreate);
+    file.Close();
+    VantuFile::SyncDirectoryOf(path);
+}
+
+// Reopens as the slice does after a crash: commit or roll back by the mark, counters from "Index.info".
+Vantu::SmartPtr<Lexicon> Recover(const std::string& dir) {
+    Vantu::SmartPtr<Lexicon> lexicon(new Lexicon(ConfigIn(dir), false));
+    if (VantuFile::FileExists(Decided(dir))) {
+        lexicon->Commit(false, nullptr);
+        SarIndexInfo::Commit(dir);
+    } else {
+        lexicon->Rollback();
+    }
+    SarIndexInfo info;
+    info.Load(SarIndexInfo::LoadPath(dir), false);
+    lexicon->LoadInfo(info);
+    return lexicon;
+}
+
+std::string DistinctIds(const std::string& dir, uint32_t nextTermId) {
+    std::set<uint32_t> ids;
+    size_t terms = 0;
+    for (const char* name : {Lexicon::kRareTermsFileName, Lexicon::kFrequentTermsFileName})
+        for (const auto& [term, id] : TreeOf(dir + "/" + name)) {
+            ++terms;
+            ids.insert(id);
+            if (id >= nextTermId) return term + " has an id the counter gives out again";
+        }
+    return ids.size() == terms ? "" : "two terms share an id";
+}
+
+}  // namespace
+
+TEST(Lexicon, ACrashInATransactionNeverLetsTwoTermsShareAnId) {
+    CrashScenario s;
+    s.setup = [](const std::string& dir) {
+        Lexicon lexicon(ConfigIn(dir), false);
+        lexicon.LoadInfo(FreshInfo());
+        for (int i = 0; i < 6; ++i) lexicon.AddTerm("old" + std::to_string(i), i % 2 ? 26 : 1, false);
+        Settle(lexicon);
+        SarIndexInfo info = FreshInfo();
+        lexicon.SaveInfo(info);
+        info.Save(dir, true, false);
+    };
+    s.run = [](const std::string& dir) {
+        Lexicon lexicon(ConfigIn(dir), false);
+        SarIndexInfo info;
+        info.Load(SarIndexInfo::LoadPath(dir), false);
+        lexicon.LoadInfo(info);
+        for (int i = 0; i < 6; ++i) lexicon.AddTerm("new" + std::to_string(i), i % 2 ? 26 : 1, false);
+        lexicon.PreCommit(false);
+        lexicon.SaveInfo(info);
+        info.Save(dir, false, false);
+        Mark(Decided(dir));
+        lexicon.Commit(false, nullptr);
+        SarIndexInfo::Commit(dir);
+    };
+    s.check = [](const std::string& dir, const CrashCase& c) -> std::string {
+        auto lexicon = Recover(dir);
+        const bool kept = lexicon->FindTerm("new0") != Term::kNoTermId;
+        if ((c.completed || VantuFile::FileExists(Decided(dir))) != kept) return "the decision was not followed";
+        if (lexicon->FindTerm("old5") == Term::kNoTermId) return "a committed term is lost";
+        // More terms after the recovery: still one id per term.
+        for (int i = 0; i < 4; ++i) lexicon->AddTerm("after" + std::to_string(i), 1, false);
+        Settle(*lexicon);
+        return DistinctIds(dir, lexicon->GetNextTermId());
+    };
+    const CrashReport report = RunAtEveryCrashPoint(s, {CrashMode::ProcessDeath, CrashMode::PowerLoss});
+    EXPECT_TRUE(report.failures.empty()) << report.Summary();
+}
+
+TEST(Term, PostingsAreFoundByWalkOrSearchFromAnyStart) {
+    Term term(7);
+    for (uint32_t id : {2u, 5u, 5u, 9u}) term.GetDocumentWeights().push_back(DocIDWeightStruct(id, 1, 0));
+    const DocIDWeightStruct* found = nullptr;
+    const DocIDWeightStruct* second = term.GetDocumentWeights().begin() + 1;
+    for (bool binary : {false, true}) {
+        EXPECT_TRUE(term.GetDocumentWeight(5, binary, nullptr, found));
+        EXPECT_EQ(found, second);  // the first of equal postings
+        EXPECT_FALSE(term.GetDocumentWeight(2, binary, second, found));  // searched from `start` on
+        EXPECT_TRUE(term.GetDocumentWeight(2, binary, term.GetDocumentWeights().end(), found));  // past the end
+        EXPECT_FALSE(term.GetDocumentWeight(6, binary, nullptr, found));
+    }
+    const auto list = term.GetDocumentList();
+    EXPECT_EQ(list->size(), 10u);
+    EXPECT_TRUE((*list)[2] && (*list)[5] && (*list)[9] && !(*list)[3]);
+    EXPECT_TRUE(Term().GetDocumentList()->empty());
+}
