@@ -1,0 +1,276 @@
+#include "FileIndexedDocuments.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "CrashHarness.h"
+#include "SarTransactionRecords.h"
+#include "TempDir.h"
+#include "core/Text.h"
+#include "file/FileSystem.h"
+
+using namespace Ostrel;
+using namespace SarvaneTest;
+
+namespace {
+
+using Store = Vantu::SmartPtr<FileIndexedDocuments>;
+using Words = std::map<std::u16string, uint32_t>;
+
+Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
+    SarvaneConfig config(3, 4, 5);
+    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
+    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
+}
+
+Store Open(const std::string& dir, bool readOnly = false) {
+    Store store(new FileIndexedDocuments(ConfigIn(dir), readOnly));
+    store->RecoveryDone();
+    return store;
+}
+
+std::string Read(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
+}
+
+std::vector<uint8_t> Unit(const std::function<void(Vantu::BaseBinaryStream&)>& write) {
+    VantuFile::MemoryBuffer memory(256);
+    VantuCompression::ZLib zlib(1, 6, 15);
+    VantuCompression::OCompressedBufferT<unsigned int> deflater(memory, &zlib);
+    Vantu::BinaryStreamT<unsigned int> out(deflater);
+    write(out);
+    deflater.Finish();
+    return {memory.Data(), memory.Data() + memory.DataSize()};
+}
+
+// A document as a slice transaction carries it; its weight bytes all say `id`, its rank value aside.
+struct Doc {
+    IndexedDocument indexed;
+    TransactionDocumentRecord record;
+};
+
+Doc MakeDoc(uint32_t id, uint16_t collection, Words words = {}, bool shingles = false, uint8_t flags = 0) {
+    Doc d;
+    d.indexed.uri = "file://doc/" + std::to_string(id);
+    d.indexed.title = u"Title " + Vantu::FromUtf8(std::to_string(id));
+    d.indexed.collection = collection;
+    d.indexed.size = 1000 + id;
+    d.indexed.documentId = id;
+    d.indexed.flags = flags;
+    if (shingles) d.indexed.shingles = VantuAlgo::ShingleBag({u"a", u"b", u"c", u"d", u"e"});
+    d.record.documentId = id;
+    d.record.collection = collection;
+    d.record.size = (flags & IndexedDocument::kSizeNotCounted) ? 0 : d.indexed.size;
+    d.record.signature.fill(uint8_t(id));
+    d.record.stored = Unit([&](Vantu::BaseBinaryStream& out) { d.indexed.Save(out); });
+    if (!words.empty())
+        d.record.words = Unit([&](Vantu::BaseBinaryStream& out) {
+            out << uint32_t(words.size());
+            for (const auto& [word, count] : words) out << std::u16string_view(word) << uint8_t(count - 1);
+        });
+    return d;
+}
+
+void Add(FileIndexedDocuments& store, const Doc& d) {
+    VantuFile::MemoryBuffer memory(256);
+    Vantu::BinaryStreamT<unsigned int> stream(memory);
+    d.record.Write(stream, false);
+    // The store reads behind the id, the shingle flag and the collection.
+    uint32_t id;
+    uint8_t shingles;
+    uint16_t collection;
+    stream >> id >> shingles >> collection;
+    store.AddDocument(id, collection, stream);
+}
+
+RankingEngineDocWeight WeightOf(const Doc& d) {
+    RankingEngineDocWeight w;
+    w.bytes = d.record.signature;
+    return w;
+}
+
+// One committed transaction of `docs`.
+void Commit(FileIndexedDocuments& store, const std::vector<Doc>& docs) {
+    store.BeginTransaction();
+    for (const Doc& d : docs) Add(store, d);
+    store.PreCommit(false);
+    store.Commit(false);
+}
+
+struct Files {
+    std::string dix, din, pty;
+    bool operator==(const Files&) const = default;
+};
+
+Files Snapshot(const std::string& dir) {
+    return {Read(dir + "/Documents.dix"), Read(dir + "/Documents.din"), Read(dir + "/Documents.din.pty")};
+}
+
+}  // namespace
+
+TEST(FileIndexedDocuments, CommittedDocumentsLoadBackByteForByteAndGapsAreBlank) {
+    TempDir dir;
+    Store store = Open(dir.Path());
+    const std::vector<Doc> docs = {MakeDoc(0, 1, {{u"alpha", 2}}), MakeDoc(1, 2), MakeDoc(3, 1, {{u"beta", 1}})};
+    Commit(*store, docs);
+
+    const std::string dix = Read(dir / "Documents.dix"), din = Read(dir / "Documents.din");
+    ASSERT_EQ(dix.size(), 4 * 27u);
+    for (const Doc& d : docs) {
+        const uint32_t id = d.record.documentId;
+        FileIndexedDocuments::IndexFileStruct record;
+        record.Decode(reinterpret_cast<const uint8_t*>(dix.data() + id * 27));
+        EXPECT_EQ(record.size, d.record.stored.size());
+        EXPECT_EQ(record.weight, WeightOf(d));
+        // The block: the stored unit, the words' size and the word list, exactly as the transaction had them.
+        std::string block(d.record.stored.begin(), d.record.stored.end());
+        const uint32_t wordsSize = uint32_t(d.record.words.size());
+        block.append(reinterpret_cast<const char*>(&wordsSize), 4).append(d.record.words.begin(), d.record.words.end());
+        EXPECT_EQ(din.substr(record.offset, block.size()), block);
+
+        auto loaded = store->LoadDocument(id);
+        ASSERT_TRUE(loaded);
+        IndexedDocument expected = d.indexed;
+        expected.physical = 3, expected.mirror = 4, expected.slice = 5;
+        EXPECT_EQ(*loaded, expected);
+        EXPECT_EQ(store->GetDocumentWeight(id), WeightOf(d));
+    }
+    // The skipped id 2: a blank record, a zero weight.
+    EXPECT_EQ(dix.substr(2 * 27, 27), std::string(8, '\xff') + std::string(19, '\0'));
+    EXPECT_EQ(store->GetDocumentWeight(2), RankingEngineDocWeight());
+    EXPECT_TRUE(store->IsDocumentValid(2));
+    EXPECT_FALSE(store->DocumentIsIndexed(2));
+    // Past the end: not valid, yet "indexed"; nothing to load, a zero weight.
+    EXPECT_FALSE(store->IsDocumentValid(4));
+    EXPECT_TRUE(store->DocumentIsIndexed(4));
+    EXPECT_FALSE(store->LoadDocument(4));
+    EXPECT_EQ(store->GetDocumentWeight(4), RankingEngineDocWeight());
+    // The free list was saved with the file's used part cut out of it.
+    EXPECT_EQ(Read(dir / "Documents.din.pty").size(), 4u + 16u);
+    EXPECT_FALSE(VantuFile::FileExists(dir / "Documents.dtr"));
+
+    // Reopened, the weights come back from ".dix".
+    store = nullptr;
+    store = Open(dir.Path());
+    for (const Doc& d : docs) EXPECT_EQ(store->GetDocumentWeight(d.record.documentId), WeightOf(d));
+}
+
+TEST(FileIndexedDocuments, DeletionFreesTheBlockCountsWordsAndTheStatisticsTravelThroughIndexInfo) {
+    TempDir dir;
+    Store store = Open(dir.Path());
+    const std::vector<Doc> docs = {MakeDoc(0, 1, {{u"alpha", 2}, {u"beta", 256}}, true),
+                                   MakeDoc(1, 1, {}, false, IndexedDocument::kSizeNotCounted), MakeDoc(2, 7)};
+    // The slice saves the counters between the stores' PreCommit and Commit, and reads them back after.
+    SarIndexInfo committed;
+    store->BeginTransaction();
+    for (const Doc& d : docs) Add(*store, d);
+    store->SaveInfo(committed);
+    store->PreCommit(false);
+    store->Commit(false);
+    store->LoadInfo(committed);
+    EXPECT_EQ(store->GetNumberOfDocuments(), 3u);
+
+    store->BeginTransaction();
+    Words words{{u"alpha", 5}};
+    EXPECT_TRUE(store->DeleteDocument(0, words));
+    EXPECT_EQ(words, (Words{{u"alpha", 7}, {u"beta", 256}}));
+    EXPECT_FALSE(store->DeleteDocument(9, words));  // unknown: nothing happens
+    EXPECT_FALSE(store->DeleteDocument(1, words));  // no shingles, no words
+    EXPECT_EQ(words.size(), 2u);
+    // The deletion shows at once; the record goes blank only at commit.
+    const VantuAlgo::BitVector deleted = store->GetDeletedDocuments();
+    EXPECT_TRUE(deleted[0] && deleted[1] && !deleted[2]);
+    EXPECT_EQ(deleted.size(), 1u << 18);
+    EXPECT_TRUE(store->DocumentIsIndexed(0));
+    // A new document takes the freed place at the start of ".din".
+    Add(*store, MakeDoc(3, 7));
+
+    SarIndexInfo pending;
+    store->SaveInfo(pending);
+    ASSERT_EQ(pending.collections.size(), 2u);
+    // The document whose size isn't counted adds nothing to either size.
+    EXPECT_EQ(pending.collections[0], (SarCollectionInfo{1, 0, 1000, 0, 2}));
+    EXPECT_EQ(pending.collections[1], (SarCollectionInfo{7, 1002 + 1003, 0, 2, 0}));
+    EXPECT_EQ(pending.deletedBitCount, 1u << 18);
+    EXPECT_EQ(pending.deletedBits[0], 0xC0);
+
+    store->PreCommit(false);
+    store->Commit(false);
+    EXPECT_FALSE(store->DocumentIsIndexed(0));
+    EXPECT_TRUE(store->IsDocumentValid(0));
+    EXPECT_FALSE(store->LoadDocument(0));
+    EXPECT_EQ(store->GetDocumentWeight(0), RankingEngineDocWeight());
+    FileIndexedDocuments::IndexFileStruct record;
+    record.Decode(reinterpret_cast<const uint8_t*>(Read(dir / "Documents.dix").data() + 3 * 27));
+    EXPECT_EQ(record.offset, 0u);
+    IndexedDocument third = MakeDoc(3, 7).indexed;
+    third.physical = 3, third.mirror = 4, third.slice = 5;
+    EXPECT_EQ(*store->LoadDocument(3), third);
+
+    // The stored numbers: a fresh store loads them, and GetStatistics zeroes what it doesn't hold.
+    Store other = Open(dir.Path());
+    other->LoadInfo(pending);
+    EXPECT_EQ(other->GetNumberOfDocuments(), 2u);
+    EXPECT_TRUE(other->GetDeletedDocuments()[1]);
+    SarvaneSliceStatistics statistics;
+    statistics.collections[9].count = 4;
+    statistics.collections[9].pendingAdded = 6;
+    other->GetStatistics(statistics);
+    EXPECT_EQ(statistics.collections[9].count, 0u);
+    EXPECT_EQ(statistics.collections[9].pendingAdded, 6u);
+    EXPECT_EQ(statistics.collections[1].deleted, 2u);
+    EXPECT_EQ(statistics.collections[7].size, 2005u);
+}
+
+TEST(FileIndexedDocuments, RankUpdatesReplaceRanksUpToTheLastListedId) {
+    TempDir dir;
+    Store store = Open(dir.Path());
+    std::vector<Doc> docs;
+    for (uint32_t id = 0; id < 5; ++id) {
+        docs.push_back(MakeDoc(id, 1));
+        docs.back().record.signature = {};
+    }
+    Commit(*store, docs);
+    auto rankOf = [&](uint32_t id) { return store->GetDocumentWeight(id).RankValue(); };
+
+    store->BeginTransaction();
+    store->UpdateDocumentRankValue({{0, 0.5f}, {2, 0.25f}, {4, 2.0f}}, false);
+    store->PreCommit(false);
+    store->Commit(false);
+    EXPECT_EQ(rankOf(0), 0.5f);
+    EXPECT_EQ(rankOf(2), 0.25f);
+    EXPECT_EQ(rankOf(4), 2.0f);
+
+    const std::string before = Read(dir / "Documents.dix");
+    store->BeginTransaction();
+    // 0 keeps its value, 1 moves by exactly the tolerance and stays 0; the rest lie past the last id.
+    store->UpdateDocumentRankValue({{0, 0.5f}, {1, 0.0001f}}, false);
+    store->UpdateDocumentRankValue({}, false);
+    store->PreCommit(false);
+    store->Commit(false);
+    EXPECT_EQ(Read(dir / "Documents.dix"), before);
+
+    store->BeginTransaction();
+    store->UpdateDocumentRankValue({{1, 1.0f}, {3, 3.0f}}, false);
+    store->PreCommit(false);
+    store->Commit(false);
+    // 0 and 2, below the last listed id and unlisted, lose their ranks; 4 keeps its own.
+    EXPECT_EQ(rankOf(0), 0.0f);
+    EXPECT_EQ(rankOf(1), 1.0f);
+    EXPECT_EQ(rankOf(2), 0.0f);
+    EXPECT_EQ(rankOf(3), 3.0f);
+    EXPECT_EQ(rankOf(4), 2.0f);
+    // Only the rank bytes changed.
+    for (uint32_t id = 0; id < 5; ++id) {
+        RankingEngineDocWeight w = store->GetDocumentWeight(id);
+        w.SetRankValue(0.0f);
+        EXPECT_EQ(w, RankingEngineDocWeight());
+    }
+}
