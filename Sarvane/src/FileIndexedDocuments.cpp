@@ -259,7 +259,7 @@ void FileIndexedDocuments::UpdateDocumentRankValue(const std::vector<std::pair<u
     Vantu::FastVector<IndexFileStruct> round;
     for (uint32_t first = 0; first < records && next != ranks.end() && !cancel; first += kRankRound) {
         ReadRecords(first, std::min(kRankRound, records - first), round);
-        bool changed = false;
+        bool changed = BlankDeleted(first, round);
         for (uint32_t i = 0; i < round.size() && next != ranks.end() && !cancel; ++i) {
             IndexFileStruct& record = round[i];
             const uint32_t id = first + i;
@@ -278,6 +278,19 @@ void FileIndexedDocuments::UpdateDocumentRankValue(const std::vector<std::pair<u
         }
         WriteRecords(kUpdateIndex, first, round);
     }
+}
+
+bool FileIndexedDocuments::BlankDeleted(uint32_t first, Vantu::FastVector<IndexFileStruct>& round) const {
+    // A document deleted earlier in this transaction still has its record in the file; the round is
+    // written back after that deletion in the log, and must not bring the record back.
+    bool changed = false;
+    std::lock_guard<std::mutex> hold(deletedLock_);
+    for (uint32_t i = 0; i < round.size(); ++i)
+        if (!round[i].Blank() && deletedDocuments_[first + i]) {
+            round[i] = IndexFileStruct();
+            changed = true;
+        }
+    return changed;
 }
 
 void FileIndexedDocuments::PreCommit(const bool&) {

@@ -130,6 +130,8 @@ private:
     void LoadDocumentFromDisk(const IndexFileStruct& record, IndexedDocument& document);
     void WriteDocument(IndexFileStruct& record, Vantu::BinaryStreamT<unsigned int>& stream, uint32_t wordsSize);
     void FlushIndexCache();
+    // Blanks the records of deleted documents in a round of a rank update; true when one changed.
+    bool BlankDeleted(uint32_t first, Vantu::FastVector<IndexFileStruct>& round) const;
     // Adds the record's word list to `words`; returns the list's size.
     uint32_t ReadWords(const IndexFileStruct& record, std::map<std::u16string, uint32_t>& words);
     void SetWeight(uint32_t documentId, const RankingEngineDocWeight& weight);
