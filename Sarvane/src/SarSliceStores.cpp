@@ -3,12 +3,20 @@
 namespace Ostrel {
 
 SarSliceStores::SarSliceStores(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
-    : documentIdMap(new FileDocIdIndexId(config, readOnly)) {}
+    : documents(new FileIndexedDocuments(config, readOnly)), documentIdMap(new FileDocIdIndexId(config, readOnly)) {}
 
-SarSliceStores::~SarSliceStores() { documentIdMap = nullptr; }
+SarSliceStores::~SarSliceStores() {
+    documentIdMap = nullptr;
+    documents = nullptr;
+}
 
-void SarSliceStores::RecoveryDone() { documentIdMap->RecoveryDone(); }
+void SarSliceStores::RecoveryDone() {
+    documentIdMap->RecoveryDone();
+    documents->LoadWeights();
+}
 
-uint64_t SarSliceStores::GetDiskSpaceUsed() const { return documentIdMap->GetDiskSpaceUsed(); }
+uint64_t SarSliceStores::GetDiskSpaceUsed() const {
+    return documents->GetDiskSpaceUsed() + documentIdMap->GetDiskSpaceUsed();
+}
 
 }  // namespace Ostrel

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "FileDocIdIndexId.h"
+#include "FileIndexedDocuments.h"
 #include "SarvaneInternalConfig.h"
 #include "core/RefCounted.h"
 
@@ -22,6 +23,8 @@ struct SarSliceStores {
     void RecoveryDone();
     uint64_t GetDiskSpaceUsed() const;
 
+    // Declared in the open order.
+    Vantu::SmartPtr<FileIndexedDocuments> documents;
     Vantu::SmartPtr<FileDocIdIndexId> documentIdMap;
 };
 

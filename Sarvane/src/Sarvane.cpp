@@ -115,11 +115,13 @@ void Sarvane::ReadInfoFile(bool versionOnly) {
     std::lock_guard<std::mutex> statistics(statisticsLock_);
     info_ = std::move(loaded);
     documentsWithShingles_ = info_.documentsWithShingles;
+    stores_->documents->LoadInfo(info_);
 }
 
 void Sarvane::SaveInfoFile(bool direct) {
     ConfigRead hold(*config_);
     info_.documentsWithShingles = documentsWithShingles_;
+    stores_->documents->SaveInfo(info_);
     info_.Save(config_->GetIndexFilesPathAsString(), direct, config_->GetEnableWordCorrectorLexicon());
 }
 
@@ -351,6 +353,8 @@ void Sarvane::GetStatistics(SarvaneStatistics& out) const {
     if (!started_) throw SarIndexNotStarted();
     // Measured before statisticsLock_, which is taken after filesLock_ everywhere else.
     const uint64_t diskSpaceUsed = GetDiskSpaceUsed();
+    VantuThread::ReadLocker files(filesLock_);
+    if (!stores_) throw SarIndexNotStarted();
     std::lock_guard<std::mutex> hold(statisticsLock_);
     RefreshStoredStatistics();
     statistics_.diskSpaceUsed = diskSpaceUsed;
@@ -358,15 +362,7 @@ void Sarvane::GetStatistics(SarvaneStatistics& out) const {
     out.slices[{config_->GetPhysicalID(), config_->GetMirrorID(), config_->GetSliceID()}] = statistics_;
 }
 
-void Sarvane::RefreshStoredStatistics() const {
-    for (const SarCollectionInfo& stored : info_.collections) {
-        SarvaneCollectionStatistics& collection = statistics_.collections[stored.id];
-        collection.size = stored.documentBytes;
-        collection.deletedSize = stored.removedDocumentBytes;
-        collection.count = stored.documents;
-        collection.deleted = stored.removedDocuments;
-    }
-}
+void Sarvane::RefreshStoredStatistics() const { stores_->documents->GetStatistics(statistics_); }
 
 void Sarvane::ApplyShrink() { Vantu::ThrowNotImplemented("Sarvane::ApplyShrink : Not implemented!"); }
 

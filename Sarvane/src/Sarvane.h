@@ -126,7 +126,8 @@ private:
 
     Vantu::SmartPtr<Vantu::LogCallInterface> log_;
     const Vantu::SmartPtr<SarvaneInternalConfig> config_;
-    // The counters of "Index.info" beyond documentsWithShingles_; their stores will own them.
+    // The counters of "Index.info" as last read or written; the stores fill their items at each save and take
+    // them back at each load.
     SarIndexInfo info_;
 
     // One Flush waits at a time: the reader answers a drain with one signal.

@@ -196,6 +196,37 @@ TEST(Sarvane, CountersPassThroughIndexInfoAndARollbackReadsTheCommittedOnes) {
     EXPECT_EQ(again.GetDocumentsWithShingles(), 3);
 }
 
+TEST(Sarvane, TheDocumentStoreOwnsTheCollectionsAndDeletedBitsOfIndexInfo) {
+    TempDir dir;
+    const std::string path = dir / "slice";
+    std::filesystem::create_directories(path);
+    SarIndexInfo stored;
+    stored.collections = {{5, 100, 40, 2, 1}, {9, 7, 0, 1, 0}};
+    stored.deletedBitCount = 1u << 18;
+    stored.deletedBits.assign(stored.deletedBitCount / 8, 0);
+    stored.deletedBits[0] = 0x20;
+    stored.Save(path, true, false);
+
+    Sarvane slice(SliceConfig(path));
+    slice.Start(false);
+    EXPECT_TRUE(VantuFile::FileExists(path + "/Documents.dix"));
+    SarvaneStatistics statistics;
+    slice.GetStatistics(statistics);
+    SarvaneCollectionStatistics collection;
+    ASSERT_TRUE(statistics.slices.begin()->second.GetCollectionStats(5, collection));
+    EXPECT_EQ(collection.size, 100u);
+    EXPECT_EQ(collection.deletedSize, 40u);
+    EXPECT_EQ(collection.count, 2u);
+    EXPECT_EQ(collection.deleted, 1u);
+    // Written back by the store at the next pre-commit, unchanged.
+    slice.PreCommitFromReader();
+    slice.CommitFromReader();
+    slice.Stop(false);
+    SarIndexInfo reread;
+    reread.Load(path + "/Index.info", false);
+    EXPECT_EQ(reread, stored);
+}
+
 TEST(Sarvane, AnotherVersionFailsTheStartBeforeAnythingIsTouched) {
     TempDir dir;
     const std::string path = dir / "slice";
