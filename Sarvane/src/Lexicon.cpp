@@ -21,8 +21,10 @@ uint32_t CacheSize(const SarvaneInternalConfig& config, SarvaneConfig::Size size
 
 }  // namespace
 
-Lexicon::Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
+Lexicon::Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const Vantu::SmartPtr<FileIndexedTerms>& terms,
+                 bool readOnly)
     : config_(config),
+      terms_(terms),
       rareTerms_(PathOf(*config, kRareTermsFileName), kPageSize,
                  CacheSize(*config, SarvaneConfig::kLexiconNonFreqCacheSize), readOnly),
       frequentTerms_(PathOf(*config, kFrequentTermsFileName), kPageSize,
@@ -73,6 +75,29 @@ void Lexicon::PromoteTerm(const std::string& term) {
     rareTerms_.Erase(term);
 }
 
+void Lexicon::AddDocumentsForTerm(const std::string& term, const FileIndexedTerms::Operations& operations) {
+    const uint32_t id = AddTerm(term, uint32_t(operations.size()), false);
+    if (terms_->AddDocumentsForTerm(id, operations)) PromoteTerm(term);
+}
+
+void Lexicon::AddDocumentsForTerm(uint32_t termId, const FileIndexedTerms::Operations& operations) {
+    terms_->AddDocumentsForTerm(termId, operations);
+}
+
+Vantu::SmartPtrToConst<Term> Lexicon::LoadTerm(const std::string& term, bool withPositions) const {
+    // FindTerm leaves the dictionary's section before the postings are read: a slow read holds no lock of it.
+    const uint32_t id = FindTerm(term);
+    if (id == Term::kNoTermId) return nullptr;
+    if (!terms_) return Vantu::SmartPtr<Term>(new Term(id));
+    return terms_->LoadTerm(id, withPositions);
+}
+
+bool Lexicon::GetOccurencesForDocument(const Term& term, uint32_t documentId,
+                                       Vantu::SmartPtr<FileIndexedTerms::Occurence>& occurence,
+                                       const DocIDWeightStruct*& cursor) const {
+    return terms_->GetOccurencesForDocument(term, documentId, occurence, cursor);
+}
+
 void Lexicon::ClearFieldAliases() {
     std::lock_guard<std::mutex> hold(aliasesSection_);
     customFieldAliases_.clear();
@@ -83,11 +108,18 @@ void Lexicon::AddFieldAlias(const std::string& alias, const std::string& field) 
     customFieldAliases_[alias] = field;
 }
 
+void Lexicon::BeginTransaction() {
+    if (terms_) terms_->BeginTransaction();
+}
+
 void Lexicon::PreCommit(const bool& cancel) {
     if (cancel) return;
-    std::lock_guard<std::mutex> hold(termsSection_);
-    rareTerms_.PreCommit();
-    frequentTerms_.PreCommit();
+    {
+        std::lock_guard<std::mutex> hold(termsSection_);
+        rareTerms_.PreCommit();
+        frequentTerms_.PreCommit();
+    }
+    if (terms_ && !cancel) terms_->PreCommit();
 }
 
 void Lexicon::Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log) {
@@ -98,6 +130,8 @@ void Lexicon::Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCa
         frequentTerms_.Commit();
     }
     if (log) log->SetProgress(0.05);
+    // The postings store maps its replay over the rest of the scale.
+    if (terms_ && !cancel) terms_->Commit(cancel, log);
 }
 
 void Lexicon::Rollback() {
@@ -105,6 +139,11 @@ void Lexicon::Rollback() {
     rareTerms_.Rollback();
     frequentTerms_.Rollback();
     frequentTermCache_.clear();
+    if (terms_) terms_->Rollback();
+}
+
+void Lexicon::ForceQuit() const {
+    if (terms_) terms_->ForceQuit();
 }
 
 void Lexicon::LoadInfo(const SarIndexInfo& info) {

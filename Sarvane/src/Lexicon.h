@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "FileIndexedTerms.h"
 #include "SarIndexInfo.h"
 #include "SarvaneInternalConfig.h"
 #include "Term.h"
@@ -31,8 +32,10 @@ public:
     // transaction can always be applied. Longer terms are dropped where they enter.
     static constexpr size_t kMaxTermSize = 1000;
 
-    // Opens both trees, under the configuration's read lock.
-    Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly);
+    // Opens both trees, under the configuration's read lock. `terms` holds the postings of the large terms; a
+    // compaction target, which only rebuilds its trees, has none.
+    Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const Vantu::SmartPtr<FileIndexedTerms>& terms,
+            bool readOnly);
 
     // The id of `term`, given now when the term is new: from the small counter when `small`, else the large one.
     // An existing term keeps its id whatever `count` and `small` say.
@@ -42,15 +45,29 @@ public:
     // Moves a rare term to the frequent tree under the same id, once its documents passed 25.
     void PromoteTerm(const std::string& term);
 
+    // Gives the term an id if it has none, then adds its postings; a rare term that passes 25 documents moves to
+    // the frequent tree under the same id.
+    void AddDocumentsForTerm(const std::string& term, const FileIndexedTerms::Operations& operations);
+    // For a caller that took the id already: the term stays in the tree it stands in.
+    void AddDocumentsForTerm(uint32_t termId, const FileIndexedTerms::Operations& operations);
+    // Null for a term the dictionary doesn't know, an alias resolved first; an empty Term for a known term
+    // without postings.
+    Vantu::SmartPtrToConst<Term> LoadTerm(const std::string& term, bool withPositions) const;
+    bool GetOccurencesForDocument(const Term& term, uint32_t documentId,
+                                  Vantu::SmartPtr<FileIndexedTerms::Occurence>& occurence,
+                                  const DocIDWeightStruct*& cursor) const;
+
     // Aliases name custom fields ("@alias" to "@field"); a lookup of the alias finds the field's term.
     void ClearFieldAliases();
     void AddFieldAlias(const std::string& alias, const std::string& field);
 
-    // The dictionary's part of a slice transaction. A rollback also empties the cache: an id cached for a term
-    // of the abandoned transaction is given out again to another term.
+    // The dictionary's part of a slice transaction, with the postings store's. A rollback also empties the cache:
+    // an id cached for a term of the abandoned transaction is given out again to another term.
+    void BeginTransaction();
     void PreCommit(const bool& cancel);
     void Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log);
     void Rollback();
+    void ForceQuit() const;
 
     // The counters and custom-field table kept in "Index.info".
     void LoadInfo(const SarIndexInfo& info);
@@ -68,6 +85,7 @@ private:
     std::string ResolveAlias(const std::string& term) const;
 
     const Vantu::SmartPtr<SarvaneInternalConfig> config_;
+    const Vantu::SmartPtr<FileIndexedTerms> terms_;
     uint32_t nextTermId_ = 0;
     uint32_t nextSmallTermId_ = kFirstSmallTermId;
     mutable Tree rareTerms_;

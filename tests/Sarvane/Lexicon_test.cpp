@@ -45,7 +45,7 @@ std::map<std::string, uint32_t> TreeOf(const std::string& path) {
 TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
     TempDir dir;
     {
-        Lexicon lexicon(ConfigIn(dir.Path()), false);
+        Lexicon lexicon(ConfigIn(dir.Path()), nullptr, false);
         lexicon.LoadInfo(FreshInfo());
         EXPECT_EQ(lexicon.AddTerm("rare", 25, false), 0u);
         EXPECT_EQ(lexicon.AddTerm("common", 26, false), 1u);
@@ -67,7 +67,7 @@ TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
               (std::map<std::string, uint32_t>{{"@author", Lexicon::kFirstSmallTermId}, {"common", 1}, {"rising", 2}}));
 
     // The ids are stable across a reopen; the counters come back from the saved counters.
-    Lexicon reopened(ConfigIn(dir.Path()), true);
+    Lexicon reopened(ConfigIn(dir.Path()), nullptr, true);
     EXPECT_EQ(reopened.FindTerm("common"), 1u);
 }
 
@@ -75,7 +75,7 @@ TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
 // two terms would share an id.
 TEST(Lexicon, ARollbackEmptiesTheCacheSoNoTwoTermsShareAnId) {
     TempDir dir;
-    Lexicon lexicon(ConfigIn(dir.Path()), false);
+    Lexicon lexicon(ConfigIn(dir.Path()), nullptr, false);
     SarIndexInfo committed = FreshInfo();
     lexicon.LoadInfo(committed);
     lexicon.AddTerm("kept", 26, false);
@@ -107,7 +107,7 @@ void Mark(const std::string& path) {
 
 // Reopens as the slice does after a crash: commit or roll back by the mark, counters from "Index.info".
 Vantu::SmartPtr<Lexicon> Recover(const std::string& dir) {
-    Vantu::SmartPtr<Lexicon> lexicon(new Lexicon(ConfigIn(dir), false));
+    Vantu::SmartPtr<Lexicon> lexicon(new Lexicon(ConfigIn(dir), nullptr, false));
     if (VantuFile::FileExists(Decided(dir))) {
         lexicon->Commit(false, nullptr);
         SarIndexInfo::Commit(dir);
@@ -137,7 +137,7 @@ std::string DistinctIds(const std::string& dir, uint32_t nextTermId) {
 TEST(Lexicon, ACrashInATransactionNeverLetsTwoTermsShareAnId) {
     CrashScenario s;
     s.setup = [](const std::string& dir) {
-        Lexicon lexicon(ConfigIn(dir), false);
+        Lexicon lexicon(ConfigIn(dir), nullptr, false);
         lexicon.LoadInfo(FreshInfo());
         for (int i = 0; i < 6; ++i) lexicon.AddTerm("old" + std::to_string(i), i % 2 ? 26 : 1, false);
         Settle(lexicon);
@@ -146,7 +146,7 @@ TEST(Lexicon, ACrashInATransactionNeverLetsTwoTermsShareAnId) {
         info.Save(dir, true, false);
     };
     s.run = [](const std::string& dir) {
-        Lexicon lexicon(ConfigIn(dir), false);
+        Lexicon lexicon(ConfigIn(dir), nullptr, false);
         SarIndexInfo info;
         info.Load(SarIndexInfo::LoadPath(dir), false);
         lexicon.LoadInfo(info);
@@ -188,4 +188,42 @@ TEST(Term, PostingsAreFoundByWalkOrSearchFromAnyStart) {
     EXPECT_EQ(list->size(), 10u);
     EXPECT_TRUE((*list)[2] && (*list)[5] && (*list)[9] && !(*list)[3]);
     EXPECT_TRUE(Term().GetDocumentList()->empty());
+}
+
+TEST(Lexicon, PostingsGoThroughTheDictionaryAndARareTermMovesWhenItPasses25Documents) {
+    TempDir dir;
+    Vantu::SmartPtr<FileIndexedTerms> terms(new FileIndexedTerms(ConfigIn(dir.Path()), false));
+    Lexicon lexicon(ConfigIn(dir.Path()), terms, false);
+    lexicon.LoadInfo(FreshInfo());
+    auto apply = [&](const std::string& term, uint32_t first, uint32_t end) {
+        std::vector<TransactionTermOperation> operations;
+        for (uint32_t d = first; d < end; ++d) operations.emplace_back(d, 0, 1);
+        FileIndexedTerms::Operations pointers;
+        for (auto& operation : operations) pointers.push_back(&operation);
+        lexicon.BeginTransaction();
+        lexicon.AddDocumentsForTerm(term, pointers);
+        lexicon.PreCommit(false);
+        lexicon.Commit(false, nullptr);
+    };
+    apply("rising", 0, 25);
+    EXPECT_EQ(TreeOf(dir / Lexicon::kRareTermsFileName).count("rising"), 1u);
+    apply("rising", 25, 26);
+    EXPECT_EQ(TreeOf(dir / Lexicon::kRareTermsFileName).count("rising"), 0u);
+    EXPECT_EQ(TreeOf(dir / Lexicon::kFrequentTermsFileName).at("rising"), 0u);
+    EXPECT_EQ(lexicon.LoadTerm("rising", false)->GetNumberOfDocuments(), 26u);
+
+    // Unknown: null. Known without postings: an empty term. An alias loads the term it names.
+    EXPECT_FALSE(lexicon.LoadTerm("absent", true));
+    lexicon.AddTerm("@author", 26, true);
+    lexicon.AddTerm("bare", 1, false);
+    const auto bare = lexicon.LoadTerm("bare", true);
+    ASSERT_TRUE(bare);
+    EXPECT_EQ(bare->GetNumberOfDocuments(), 0u);
+    lexicon.AddFieldAlias("@writer", "rising");
+    EXPECT_EQ(lexicon.LoadTerm("@writer", true)->GetNumberOfDocuments(), 26u);
+
+    // A rollback takes the postings store's transaction with it.
+    lexicon.BeginTransaction();
+    lexicon.Rollback();
+    EXPECT_FALSE(VantuFile::FileExists(dir / "Terms.ttr"));
 }
