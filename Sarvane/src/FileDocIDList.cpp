@@ -357,6 +357,7 @@ void FileDocIDList::LoadBitVector(uint32_t listId, Vector& vector) const {
     }
     vector = LoadBitVectorFromDisk(listId);
     if (!vector) return;
+    VantuFile::CrashPoint("FileDocIDList: list read");
     std::lock_guard<std::mutex> hold(cacheSection_);
     // A commit that wrote a record meanwhile may have replaced this list after it was read.
     if (generation != cacheGeneration_ || cache_.count(listId)) return;

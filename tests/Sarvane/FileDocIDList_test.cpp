@@ -266,6 +266,22 @@ TEST(FileDocIDList, ACommitCutShortAnywhereEndsByteIdenticalWhenCommittedAgain) 
     EXPECT_TRUE(report.failures.empty()) << report.Summary();
 }
 
+TEST(FileDocIDList, AListReadBeforeACommitReplacesItNeverStaysInTheCache) {
+    TempDir dir;
+    Collections store = OpenCollections(dir.Path());
+    Commit(*store, {{1, 0}});
+    store->BeginTransaction();
+    store->AddDocument(2, 0);
+    store->PreCommit(false);
+    // The commit lands between the query's disk read and its turn to fill the cache.
+    VantuFile::FaultInjector injector;
+    injector.OnCrashPoint("FileDocIDList: list read", 1, [&] { store->Commit(false); });
+    injector.Activate();
+    EXPECT_EQ(DocumentsOf(*store, {0}), (std::vector<unsigned>{1}));
+    injector.Deactivate();
+    EXPECT_EQ(DocumentsOf(*store, {0}), (std::vector<unsigned>{1, 2}));
+}
+
 TEST(FileDocIDList, QueriesNeverSeeAListGoBackWhileCommitsReplaceIt) {
     TempDir dir;
     Collections store = OpenCollections(dir.Path());
