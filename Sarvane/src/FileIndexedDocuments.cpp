@@ -495,9 +495,9 @@ void FileIndexedDocuments::LoadInfo(const SarIndexInfo& info) {
 
 FileIndexedDocuments::IndexFileStruct FileIndexedDocuments::ReadRecord(uint32_t documentId) {
     IndexFileStruct record;
-    if (uint64_t(documentId + 1) * kRecordSize > indexFile_.Size()) return record;
+    if ((uint64_t(documentId) + 1) * kRecordSize > indexFile_.Size()) return record;
     uint8_t bytes[kRecordSize];
-    indexFile_.ReadAt(documentId * kRecordSize, bytes, kRecordSize, true);
+    indexFile_.ReadAt(uint64_t(documentId) * kRecordSize, bytes, kRecordSize, true);
     record.Decode(bytes);
     return record;
 }
@@ -513,25 +513,24 @@ void FileIndexedDocuments::ReadRecords(uint32_t first, uint32_t count, Vantu::Fa
 }
 
 Vantu::SmartPtrToConst<IndexedDocument> FileIndexedDocuments::LoadDocument(uint32_t documentId) {
-    IndexFileStruct record;
-    {
-        Lock hold(indexFile_.Section());
-        record = ReadRecord(documentId);
-    }
-    if (record.Blank()) return nullptr;
     Vantu::SmartPtr<IndexedDocument> document(new IndexedDocument());
     document->documentId = documentId;
+    {
+        SarvaneConfigReadLock<SarvaneInternalConfig> hold(*config_);
+        document->physical = config_->GetPhysicalID();
+        document->mirror = config_->GetMirrorID();
+        document->slice = config_->GetSliceID();
+    }
+    // The record stays valid for the whole load: a commit blanks it under this section before it writes new
+    // blocks into the place it pointed at.
+    Lock hold(indexFile_.Section());
+    const IndexFileStruct record = ReadRecord(documentId);
+    if (record.Blank()) return nullptr;
     LoadDocumentFromDisk(record, *document);
     return document;
 }
 
 void FileIndexedDocuments::LoadDocumentFromDisk(const IndexFileStruct& record, IndexedDocument& document) {
-    {
-        SarvaneConfigReadLock<SarvaneInternalConfig> hold(*config_);
-        document.physical = config_->GetPhysicalID();
-        document.mirror = config_->GetMirrorID();
-        document.slice = config_->GetSliceID();
-    }
     const uint16_t physical = document.physical, mirror = document.mirror, slice = document.slice;
     const uint32_t documentId = document.documentId;
     // The stream on ".din" is shared: the section is held for the whole read and inflate.
@@ -577,9 +576,9 @@ bool FileIndexedDocuments::IsDocumentValid(uint32_t documentId) const {
 
 bool FileIndexedDocuments::DocumentIsIndexed(uint32_t documentId) const {
     Lock hold(indexFile_.Section());
-    if (uint64_t(documentId + 1) * kRecordSize > indexFile_.Size()) return true;
+    if ((uint64_t(documentId) + 1) * kRecordSize > indexFile_.Size()) return true;
     uint64_t offset;
-    indexFile_.ReadAt(documentId * kRecordSize, &offset, sizeof offset, true);
+    indexFile_.ReadAt(uint64_t(documentId) * kRecordSize, &offset, sizeof offset, true);
     return offset != kNoOffset;
 }
 
@@ -610,7 +609,8 @@ void FileIndexedDocuments::GetStatistics(SarvaneSliceStatistics& statistics) con
 }
 
 uint64_t FileIndexedDocuments::GetDiskSpaceUsed() const {
-    uint64_t total = transaction_.GetDiskSpaceUsed();
+    // The log is measured on disk: its object belongs to the reader thread.
+    uint64_t total = SizeOnDisk(basePath_ + ".dtr");
     {
         Lock hold(indexFile_.Section());
         total += indexFile_.Allocated();
