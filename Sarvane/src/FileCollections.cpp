@@ -46,6 +46,14 @@ void FileCollections::GetValidDocuments(const Vantu::FastVector<unsigned short>&
     for (uint32_t listId = 0; listId < lists; ++listId) OrList(listId, documents);
 }
 
+void FileCollections::Shrink(const std::u16string& path, const Vantu::FastVector<unsigned int>& deletedDocuments,
+                             const Pairs& documentPairs, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log,
+                             const bool& cancel) {
+    Vantu::FastVector<unsigned int> deletedLists;
+    Pairs listPairs;
+    FileDocIDList::Shrink(path, deletedDocuments, documentPairs, deletedLists, listPairs, false, log, cancel);
+}
+
 void FileCollections::OrList(uint32_t listId, VantuAlgo::BitVector& documents) const {
     Vantu::RefCountToConst<VantuAlgo::BitVector> vector;
     LoadBitVector(listId, vector);

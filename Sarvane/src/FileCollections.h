@@ -21,6 +21,10 @@ public:
     void Rollback();
     // ORs into `documents` the lists named, or every list when `collections` is empty.
     void GetValidDocuments(const Vantu::FastVector<unsigned short>& collections, VantuAlgo::BitVector& documents) const;
+    // Compaction: every collection keeps its id.
+    void Shrink(const std::u16string& path, const Vantu::FastVector<unsigned int>& deletedDocuments,
+                const Pairs& documentPairs, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log,
+                const bool& cancel);
 
 private:
     using Ids = Vantu::FastVector<unsigned int>;

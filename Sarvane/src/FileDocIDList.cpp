@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <sys/stat.h>
+#include <vector>
 
 #include "SarException.h"
 #include "SarvaneConfigLock.h"
@@ -17,6 +18,11 @@ namespace {
 
 constexpr unsigned int kWindow = 0x10000;
 constexpr size_t kReadRound = 32768;
+constexpr size_t kCopyRound = 0x10000;
+// A compacted store is written with these, and committed every so many lists.
+constexpr uint32_t kShrinkGrowStep = 0x40000;
+constexpr uint32_t kShrinkCacheLimit = 0x400;
+constexpr uint32_t kShrinkRound = 10000;
 // Up to this size a new block gets twice its size in room, above it a quarter more.
 constexpr uint32_t kLargeBlock = 0x100000;
 
@@ -51,6 +57,41 @@ uint32_t Allocation(uint32_t size) {
     return std::max(uint32_t(std::min(double(size) * factor, double(UINT32_MAX))), FileDocIDList::kMinimumAllocation);
 }
 
+// The set bits of `vector` without the deleted documents, each moved down by the deleted ones below it:
+// the rule by which compaction renumbers documents.
+Vantu::FastVector<unsigned int> Renumbered(const VantuAlgo::BitVector& vector,
+                                           const Vantu::FastVector<unsigned int>& deleted) {
+    Vantu::FastVector<unsigned int> documents;
+    size_t below = 0;
+    for (auto bit = vector.findFirstSetBit(vector.begin(), vector.end()); bit != vector.end();
+         bit = vector.findFirstSetBit(++bit, vector.end())) {
+        const unsigned int document = bit.index();
+        while (below < deleted.size() && deleted[below] < document) ++below;
+        if (below < deleted.size() && deleted[below] == document) continue;
+        documents.push_back(document - unsigned(below));
+    }
+    return documents;
+}
+
+std::string Directory(const std::string& path) { return path.substr(0, path.rfind('/')); }
+
+// A durable copy: the new file is synced, and so is its folder.
+void CopyFile(const std::string& from, const std::string& to) {
+    VantuFile::CFileT<uint64_t> source(from), target(to);
+    source.Open(VantuFile::CFileBase::kModeRead);
+    target.Open(VantuFile::CFileBase::kModeCreate);
+    std::vector<uint8_t> round(kCopyRound);
+    for (uint64_t offset = 0; offset < source.Size();) {
+        const size_t take = size_t(std::min<uint64_t>(source.Size() - offset, round.size()));
+        source.ReadAt(offset, round.data(), take, true);
+        target.Write(round.data(), 1, take);
+        offset += take;
+    }
+    target.Flush();
+    target.Close();
+    VantuFile::SyncDirectoryOf(to);
+}
+
 }  // namespace
 
 void FileDocIDList::IndexFileStruct::Encode(uint8_t* out) const {
@@ -74,7 +115,10 @@ uint32_t FileDocIDList::ConfigSize(const SarvaneInternalConfig& config, SarvaneC
 
 FileDocIDList::FileDocIDList(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const std::string& name,
                              uint32_t growStep, uint32_t cacheLimit, bool keepRemovals, bool readOnly)
-    : keepRemovals_(keepRemovals),
+    : config_(config),
+      name_(name),
+      readOnly_(readOnly),
+      keepRemovals_(keepRemovals),
       cacheLimit_(cacheLimit),
       basePath_(BasePath(*config, name)),
       indexFile_(basePath_ + ".cix"),
@@ -89,12 +133,16 @@ FileDocIDList::FileDocIDList(const Vantu::SmartPtr<SarvaneInternalConfig>& confi
         CreateIfMissing(indexFile_.Path());
         CreateIfMissing(dataFile_.Path());
     }
-    const int mode = readOnly ? VantuFile::CFileBase::kModeRead : VantuFile::CFileBase::kModeReadWrite;
+    OpenFiles();
+    emptyList_.Reload();
+    nextListId_ = indexFile_.Size() / kRecordSize;
+}
+
+void FileDocIDList::OpenFiles() {
+    const int mode = readOnly_ ? VantuFile::CFileBase::kModeRead : VantuFile::CFileBase::kModeReadWrite;
     indexFile_.Open(mode);
     indexFile_.Seek(0, VantuFile::CFileBase::kEnd);
     dataFile_.Open(mode);
-    emptyList_.Reload();
-    nextListId_ = indexFile_.Size() / kRecordSize;
 }
 
 FileDocIDList::~FileDocIDList() = default;
@@ -430,6 +478,63 @@ void FileDocIDList::ReadBlock(const IndexFileStruct& record, VantuAlgo::BitVecto
     }
     readMemory_.Clear();
     inflater_.Attach(readMemory_);
+}
+
+void FileDocIDList::Shrink(const std::u16string& path, const Vantu::FastVector<unsigned int>& deletedDocuments,
+                           const Pairs& documentPairs, Vantu::FastVector<unsigned int>& deletedLists, Pairs& listPairs,
+                           bool renumber, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log,
+                           const bool& cancel) {
+    if (deletedDocuments.empty() && documentPairs.empty()) return CopyFiles(Vantu::ToUtf8(path));
+    Vantu::SmartPtr<SarvaneInternalConfig> config;
+    {
+        SarvaneConfigReadLock<SarvaneInternalConfig> hold(*config_);
+        config = new SarvaneInternalConfig(*config_);
+    }
+    config->SetIndexFilesPath(path);
+    FileDocIDList target(config, name_, kShrinkGrowStep, kShrinkCacheLimit, true, false);
+    target.BeginTransaction();
+    uint32_t lists;
+    {
+        Lock hold(indexFile_.Section());
+        lists = indexFile_.Size() / kRecordSize;
+    }
+    const uint32_t progressStep = std::max(1u, uint32_t(lists * 0.05));
+    uint32_t nextId = 0;
+    for (uint32_t id = 0; id < lists && !cancel; ++id) {
+        // Commits in rounds keep the target's log and memory small.
+        if (id != 0 && id % kShrinkRound == 0) {
+            target.PreCommit(cancel);
+            target.Commit(cancel);
+            target.BeginTransaction();
+        }
+        if (log && id % progressStep == 0) log->SetProgress(double(id) / lists);
+        Vector vector;
+        LoadBitVector(id, vector);
+        if (!vector) continue;
+        const Vantu::FastVector<unsigned int> documents = Renumbered(*vector, deletedDocuments);
+        if (documents.empty()) {
+            if (renumber) deletedLists.push_back(id);
+            continue;
+        }
+        uint32_t newId = id;
+        // Collections keep their ids; only small terms move down.
+        if (renumber && (newId = nextId++) != id) listPairs.emplace_back(id, newId);
+        target.AddInfo(newId, documents, {});
+    }
+    if (cancel) return target.Rollback();
+    target.PreCommit(cancel);
+    target.Commit(cancel);
+    if (log) log->SetProgress(1.0);
+}
+
+void FileDocIDList::CopyFiles(const std::string& path) {
+    Lock holdIndex(indexFile_.Section());
+    Lock holdData(dataFile_.Section());
+    indexFile_.Close();
+    dataFile_.Close();
+    for (const std::string& file : VantuFile::ListFiles(Directory(basePath_), name_ + "*"))
+        CopyFile(file, path + "/" + file.substr(file.rfind('/') + 1));
+    OpenFiles();
 }
 
 uint64_t FileDocIDList::GetDiskSpaceUsed() const {

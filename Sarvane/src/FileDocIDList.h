@@ -15,6 +15,7 @@
 #include "SarTransaction.h"
 #include "SarvaneInternalConfig.h"
 #include "core/FastVector.h"
+#include "core/LogEntryCallInterface.h"
 #include "core/RefCounted.h"
 #include "file/BinaryStreamMemoryBuffer.h"
 #include "file/LockingCFile.h"
@@ -78,6 +79,16 @@ public:
     void ForceQuit();
     void RecoveryDone();
 
+    using Pairs = std::vector<std::pair<uint32_t, uint32_t>>;
+
+    // Compaction: writes the lists into a new store of the same name in `path`, without the documents of
+    // `deletedDocuments` (ascending) and every other document moved down by the deleted ones below it. With
+    // `renumber` the lists that keep documents take ids from 0 up: `listPairs` gets (old, new) for each that
+    // moves and `deletedLists` the lists left empty. Without deletions the files are copied as they are.
+    void Shrink(const std::u16string& path, const Vantu::FastVector<unsigned int>& deletedDocuments,
+                const Pairs& documentPairs, Vantu::FastVector<unsigned int>& deletedLists, Pairs& listPairs,
+                bool renumber, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log, const bool& cancel);
+
     // One past the highest list in the file or in the running transaction.
     uint32_t GetMaxListID() const { return nextListId_.load(std::memory_order_acquire); }
     uint64_t GetDiskSpaceUsed() const;
@@ -116,12 +127,18 @@ private:
     // The vector as a new block in writeMemory_, with a place for it; returns the block's size.
     uint32_t BuildBlock(const VantuAlgo::BitVector& vector, IndexFileStruct& record);
     Vector LoadBitVectorFromDisk(uint32_t listId) const;
+    void OpenFiles();
+    // Copies every file of the store to the folder `path`, with the store's files closed meanwhile.
+    void CopyFiles(const std::string& path);
     void ReadBlock(const IndexFileStruct& record, VantuAlgo::BitVector& vector) const;
     // Applies one log record; false at the end of the log.
     bool ApplyRecord(SarTransaction::Stream& log);
     void SaveInfoFromTransaction(SarTransaction::Stream& log);
     void SaveIndexFromTransaction(SarTransaction::Stream& log);
 
+    const Vantu::SmartPtr<SarvaneInternalConfig> config_;
+    const std::string name_;
+    const bool readOnly_;
     const bool keepRemovals_;
     const uint32_t cacheLimit_;
     const std::string basePath_;

@@ -16,4 +16,16 @@ void FileSmallTerms::GetValidDocuments(const uint32_t& termId, VantuAlgo::BitVec
     if (vector) documents |= *vector;
 }
 
+void FileSmallTerms::Shrink(const std::u16string& path, const Vantu::FastVector<unsigned int>& deletedDocuments,
+                            const Pairs& documentPairs, Vantu::FastVector<unsigned int>& deletedTerms,
+                            Pairs& termPairs, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log,
+                            const bool& cancel) {
+    Vantu::FastVector<unsigned int> deletedLists;
+    Pairs listPairs;
+    FileDocIDList::Shrink(path, deletedDocuments, documentPairs, deletedLists, listPairs, true, log, cancel);
+    if (cancel) return;
+    for (unsigned int list : deletedLists) deletedTerms.push_back(list + kFirstSmallTerm);
+    for (auto [from, to] : listPairs) termPairs.emplace_back(from + kFirstSmallTerm, to + kFirstSmallTerm);
+}
+
 }  // namespace Ostrel

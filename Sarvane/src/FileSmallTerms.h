@@ -17,6 +17,11 @@ public:
     void AddDocuments(const uint32_t& termId, const Vantu::FastVector<unsigned int>& documents);
     // ORs the term's documents into `documents`; a term without documents changes nothing.
     void GetValidDocuments(const uint32_t& termId, VantuAlgo::BitVector& documents) const;
+    // Compaction with the small terms renumbered from 3000000000 up: appends the terms left empty to
+    // `deletedTerms` and the moves to `termPairs`, behind the large terms' entries, so both stay ascending.
+    void Shrink(const std::u16string& path, const Vantu::FastVector<unsigned int>& deletedDocuments,
+                const Pairs& documentPairs, Vantu::FastVector<unsigned int>& deletedTerms, Pairs& termPairs,
+                const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log, const bool& cancel);
 };
 
 }  // namespace Ostrel

@@ -307,3 +307,47 @@ TEST(FileDocIDList, QueriesNeverSeeAListGoBackWhileCommitsReplaceIt) {
     EXPECT_EQ(failures, 0u);
     EXPECT_EQ(DocumentsOf(*store, {0}).size(), kTransactions);
 }
+
+TEST(FileDocIDList, CompactionDropsDeletedDocumentsRenumbersSmallTermsAndCopiesAnUntouchedStore) {
+    TempDir dir, target, copy;
+    const unsigned kTerm = FileSmallTerms::kFirstSmallTerm;
+    Vantu::SmartPtr<FileSmallTerms> terms(new FileSmallTerms(ConfigIn(dir.Path()), false));
+    terms->RecoveryDone();
+    terms->BeginTransaction();
+    terms->AddDocuments(kTerm, {1, 2});
+    terms->AddDocuments(kTerm + 1, {3});
+    terms->AddDocuments(kTerm + 2, {5, 6});
+    terms->PreCommit(false);
+    terms->Commit(false);
+    Collections collections = OpenCollections(dir.Path());
+    Commit(*collections, {{3, 0}, {5, 2}, {6, 2}});
+
+    const bool cancel = false;
+    Vantu::FastVector<unsigned int> deletedTerms{7};  // the large terms' entries come first
+    FileDocIDList::Pairs termPairs{{4, 2}};
+    terms->Shrink(Vantu::FromUtf8(target.Path()), {3, 5}, {{4, 2}, {6, 4}}, deletedTerms, termPairs, nullptr, cancel);
+    EXPECT_EQ(std::vector<unsigned>(deletedTerms.begin(), deletedTerms.end()), (std::vector<unsigned>{7, kTerm + 1}));
+    EXPECT_EQ(termPairs, (FileDocIDList::Pairs{{4, 2}, {kTerm + 2, kTerm + 1}}));
+    collections->Shrink(Vantu::FromUtf8(target.Path()), {3, 5}, {{4, 2}, {6, 4}}, nullptr, cancel);
+
+    Vantu::SmartPtr<FileSmallTerms> shrunk(new FileSmallTerms(ConfigIn(target.Path()), false));
+    VantuAlgo::BitVector documents;
+    shrunk->GetValidDocuments(kTerm + 1, documents);
+    EXPECT_EQ(Members(documents), (std::vector<unsigned>{4}));
+    EXPECT_EQ(shrunk->GetMaxListID(), 2u);
+    Collections shrunkCollections = OpenCollections(target.Path());
+    EXPECT_TRUE(DocumentsOf(*shrunkCollections, {0}).empty()) << "an emptied collection stays empty";
+    EXPECT_EQ(DocumentsOf(*shrunkCollections, {2}), (std::vector<unsigned>{4})) << "collections keep their ids";
+
+    // Nothing deleted: the files are copied byte for byte and no term moves.
+    Vantu::FastVector<unsigned int> noTerms;
+    FileDocIDList::Pairs noPairs;
+    terms->Shrink(Vantu::FromUtf8(copy.Path()), {}, {}, noTerms, noPairs, nullptr, cancel);
+    EXPECT_TRUE(noTerms.empty() && noPairs.empty());
+    for (const char* file : {"SmallTerms.cix", "SmallTerms.cin", "SmallTerms.pty"})
+        EXPECT_EQ(Read(copy / file), Read(dir / file)) << file;
+    EXPECT_FALSE(VantuFile::FileExists(copy / "Collections.cix")) << "only the store's own files";
+    documents.clear();
+    terms->GetValidDocuments(kTerm + 2, documents);
+    EXPECT_EQ(Members(documents), (std::vector<unsigned>{5, 6})) << "the store reads on after the copy";
+}
