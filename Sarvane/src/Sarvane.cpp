@@ -324,6 +324,12 @@ uint32_t Sarvane::GetCurrentDocumentID() const {
     return stores_->documentIdMap->GetCurrentDocId();
 }
 
+uint32_t Sarvane::GetNumberOfDocuments() const {
+    VantuThread::ReadLocker files(filesLock_);
+    if (!started_) throw SarIndexNotStarted();
+    return stores_->documents->GetNumberOfDocuments();
+}
+
 // A slice that took nothing since the last commit has no writer and nothing to do.
 void Sarvane::PreCommit() {
     VantuThread::ReadLocker files(filesLock_);

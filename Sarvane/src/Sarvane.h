@@ -76,6 +76,8 @@ public:
     void UpdateDocumentsRank(const std::vector<std::pair<uint32_t, float>>& ranks);
     // The next document id the slice will give.
     uint32_t GetCurrentDocumentID() const;
+    // The documents of the committed counters, as the document store holds them.
+    uint32_t GetNumberOfDocuments() const;
 
     // The reader's steps of a transaction's life: write "Index.info.new", make it "Index.info", load the
     // counters back from disk, and the end of recovery. Each needs a started, writable slice.

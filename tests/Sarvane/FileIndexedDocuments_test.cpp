@@ -141,6 +141,9 @@ TEST(FileIndexedDocuments, CommittedDocumentsLoadBackByteForByteAndGapsAreBlank)
         expected.physical = 3, expected.mirror = 4, expected.slice = 5;
         EXPECT_EQ(*loaded, expected);
         EXPECT_EQ(store->GetDocumentWeight(id), WeightOf(d));
+        VantuFile::MemoryBuffer wordList(16);
+        store->LoadWCLBuffer(id, wordList);
+        EXPECT_EQ(std::vector<uint8_t>(wordList.Data(), wordList.Data() + wordList.DataSize()), d.record.words);
     }
     // The skipped id 2: a blank record, a zero weight.
     EXPECT_EQ(dix.substr(2 * 27, 27), std::string(8, '\xff') + std::string(19, '\0'));

@@ -218,6 +218,7 @@ TEST(Sarvane, TheDocumentStoreOwnsTheCollectionsAndDeletedBitsOfIndexInfo) {
     EXPECT_EQ(collection.deletedSize, 40u);
     EXPECT_EQ(collection.count, 2u);
     EXPECT_EQ(collection.deleted, 1u);
+    EXPECT_EQ(slice.GetNumberOfDocuments(), 3u);
     // Written back by the store at the next pre-commit, unchanged.
     slice.PreCommitFromReader();
     slice.CommitFromReader();
