@@ -7,6 +7,7 @@
 
 #include "SarException.h"
 #include "SarvaneConfigLock.h"
+#include "core/Exception.h"
 #include "core/Text.h"
 #include "file/BinaryStreamException.h"
 #include "file/FaultInjector.h"
@@ -154,10 +155,15 @@ void FileDocIDList::BeginTransaction() {
     Lock holdData(dataFile_.Section());
     log << uint32_t(indexFile_.Size()) << uint32_t(dataFile_.Size());
     nextListId_ = indexFile_.Size() / kRecordSize;
+    listsChanged_.clear();
 }
 
 void FileDocIDList::AddInfo(uint32_t listId, const Vantu::FastVector<unsigned int>& additions,
                             const Vantu::FastVector<unsigned int>& removals) {
+    // A second change would start again from the committed record and lose the first.
+    if (!listsChanged_.insert(listId).second)
+        throw Vantu::Exception::FromText(Vantu::FromUtf8(basePath_ + ": list " + std::to_string(listId) +
+                                                         " changed twice in one transaction"));
     IndexFileStruct record;
     {
         Lock hold(indexFile_.Section());

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -147,6 +148,7 @@ private:
     mutable IndexFile indexFile_;
     mutable DataFile dataFile_;
     EmptyList emptyList_;
+    std::set<uint32_t> listsChanged_;  // in the running transaction
     // Blocks of lists rewritten or emptied in the running transaction, as (size, offset).
     std::vector<std::pair<uint32_t, uint32_t>> freedBlocks_;
 

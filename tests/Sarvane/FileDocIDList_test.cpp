@@ -154,6 +154,7 @@ TEST(FileDocIDList, ListsBelowAUsedOneGetFreshRecordsAndTheCountComesFromTheInde
         terms->BeginTransaction();
         terms->AddDocuments(FileSmallTerms::kFirstSmallTerm + 5, {4, 8});
         EXPECT_EQ(terms->GetMaxListID(), 6u) << "the running transaction counts";
+        EXPECT_THROW(terms->AddDocuments(FileSmallTerms::kFirstSmallTerm + 5, {9}), Vantu::Exception);
         terms->PreCommit(false);
         terms->Commit(false);
         EXPECT_EQ(Read(dir / "SmallTerms.cix").size(), 6 * FileDocIDList::kRecordSize);
