@@ -25,6 +25,8 @@ constexpr float kRankTolerance = 0.0001f;
 // The deleted-document vector grows in whole steps of this many bits.
 constexpr uint32_t kDeletedStepBits = 1u << 18;
 constexpr size_t kCopyRound = Vantu::BaseBinaryStreamBuf::kCopyRound;
+// Write-behind of the new files that compaction writes.
+constexpr size_t kShrinkMemory = 0x200000;
 
 template <class V>
 void Store(uint8_t* out, V value) {
@@ -192,7 +194,8 @@ void FileIndexedDocuments::WriteRecords(uint32_t opcode, uint32_t first,
 void FileIndexedDocuments::SetWeight(uint32_t documentId, const RankingEngineDocWeight& weight) {
     VantuThread::WriteLocker hold(weightsLock_);
     while (weightCount_ <= documentId) {
-        if (weights_.empty() || weights_.back()->size() == kWeightChunk) weights_.push_back(std::make_unique<WeightChunk>());
+        if (weights_.empty() || weights_.back()->size() == kWeightChunk)
+            weights_.push_back(std::make_unique<WeightChunk>());
         MakeRoom(*weights_.back());
         weights_.back()->push_back(RankingEngineDocWeight());
         ++weightCount_;
@@ -491,6 +494,107 @@ void FileIndexedDocuments::LoadInfo(const SarIndexInfo& info) {
     if (info.deletedBitCount != 0) std::memcpy(deleted.data(), info.deletedBits.data(), deleted.byteSize());
     std::lock_guard<std::mutex> hold(deletedLock_);
     deletedDocuments_ = std::move(deleted);
+}
+
+void FileIndexedDocuments::Shrink(const std::u16string& path, Vantu::BaseBinaryStream& infoStream,
+                                  const Vantu::FastVector<unsigned int>& deletedDocuments, const Pairs& documentPairs,
+                                  const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log, const bool& cancel) {
+    const std::string target = Vantu::ToUtf8(path) + "/" + kFileName;
+    if (deletedDocuments.empty() && documentPairs.empty()) return CopyFiles(target, infoStream);
+    VantuFile::PersistentEmptyListT<uint64_t> list(target + ".din.pty");
+    VantuFile::CFileGrowT<unsigned int> newIndex(target + ".dix",
+                                                 GrowSize(*config_, SarvaneConfig::kDocumentsIndexGrowSize));
+    VantuFile::CFileGrowT<uint64_t> newData(target + ".din", GrowSize(*config_, SarvaneConfig::kDocumentsInfoGrowSize));
+    newIndex.Open(VantuFile::CFileBase::kModeCreate);
+    newData.Open(VantuFile::CFileBase::kModeCreate);
+    VantuFile::OCFileBufferT<unsigned int, VantuFile::CFileGrowT<unsigned int>> indexOutput(newIndex, kShrinkMemory);
+    VantuFile::OCFileBufferT<uint64_t, VantuFile::CFileGrowT<uint64_t>> dataOutput(newData, kShrinkMemory);
+    uint32_t records;
+    {
+        Lock hold(indexFile_.Section());
+        records = indexFile_.Size() / kRecordSize;
+    }
+    const uint32_t progressStep = std::max(1u, uint32_t(records * 0.05));
+    const unsigned int* deleted = deletedDocuments.begin();
+    Vantu::FastVector<IndexFileStruct> round;
+    uint32_t roundFirst = 0;
+    uint64_t dataEnd = 0;
+    for (uint32_t id = 0; id < records && !cancel; ++id) {
+        if (log && id % progressStep == 0) log->SetProgress(double(id) / records);
+        while (deleted != deletedDocuments.end() && *deleted < id) ++deleted;
+        // A deleted id takes no place: the ids above it move down.
+        if (deleted != deletedDocuments.end() && *deleted == id) continue;
+        if (round.empty() || id >= roundFirst + round.size()) {
+            roundFirst = id;
+            ReadRecords(id, std::min(kLoadRound, records - id), round);
+        }
+        IndexFileStruct record = round[id - roundFirst];
+        if (!record.Blank()) {
+            const uint64_t length = CopyBlock(record, dataOutput);
+            record.offset = dataEnd;
+            dataEnd += length;
+        }
+        uint8_t bytes[kRecordSize];
+        record.Encode(bytes);
+        indexOutput.PutExact(bytes, kRecordSize);
+    }
+    if (cancel) {
+        Lock hold(dataFile_.Section());
+        emptyList_.Reload();
+        return;
+    }
+    SarIndexInfo info;
+    SaveInfo(info);
+    for (SarCollectionInfo& c : info.collections) c.removedDocumentBytes = c.removedDocuments = 0;
+    info.deletedBitCount = 0;
+    info.deletedBits.clear();
+    info.WriteDocumentItems(infoStream);
+    // Blocks lie back to back: the new list is the tail alone.
+    if (dataEnd != 0) {
+        list.Reserve(dataEnd, 0);
+        list.Save();
+    }
+    indexOutput.Flush();
+    dataOutput.Flush();
+    newIndex.Close();
+    newData.Close();
+    VantuFile::SyncDirectoryOf(target);
+    if (log) log->SetProgress(1.0);
+}
+
+uint64_t FileIndexedDocuments::CopyBlock(const IndexFileStruct& record, Vantu::BaseBinaryStreamBuf& output) {
+    Lock hold(dataFile_.Section());
+    uint32_t wordsSize = 0;
+    dataFile_.ReadAt(record.offset + record.size, &wordsSize, sizeof wordsSize, true);
+    const uint64_t length = uint64_t(record.size) + 4 + wordsSize;
+    uint8_t bytes[kCopyRound];
+    for (uint64_t done = 0; done < length;) {
+        const size_t take = size_t(std::min<uint64_t>(length - done, sizeof bytes));
+        dataFile_.ReadAt(record.offset + done, bytes, take, true);
+        output.PutExact(bytes, take);
+        done += take;
+    }
+    return length;
+}
+
+void FileIndexedDocuments::CopyFiles(const std::string& targetBase, Vantu::BaseBinaryStream& infoStream) {
+    {
+        Lock holdIndex(indexFile_.Section());
+        Lock holdData(dataFile_.Section());
+        indexFile_.Close();
+        dataFile_.Close();
+        const std::string folder = targetBase.substr(0, targetBase.rfind('/'));
+        const std::string source = basePath_.substr(0, basePath_.rfind('/'));
+        for (const std::string& file : VantuFile::ListFiles(source, std::string(kFileName) + "*"))
+            VantuFile::CopyFileDurably(file, folder + file.substr(file.rfind('/')));
+        const int mode = readOnly_ ? VantuFile::CFileBase::kModeRead : VantuFile::CFileBase::kModeReadWrite;
+        indexFile_.Open(mode);
+        dataFile_.Open(mode);
+        ResetReader();
+    }
+    SarIndexInfo info;
+    SaveInfo(info);
+    info.WriteDocumentItems(infoStream);
 }
 
 FileIndexedDocuments::IndexFileStruct FileIndexedDocuments::ReadRecord(uint32_t documentId) {

@@ -22,6 +22,7 @@
 #include "SarvaneInternalConfig.h"
 #include "SarvaneStatistics.h"
 #include "core/FastVector.h"
+#include "core/LogEntryCallInterface.h"
 #include "core/ReadWriteSemaphore.h"
 #include "core/RefCounted.h"
 #include "file/BinaryStreamFileBuffer.h"
@@ -93,6 +94,14 @@ public:
     // Rebuilds the weight table from ".dix".
     void LoadWeights();
 
+    using Pairs = std::vector<std::pair<uint32_t, uint32_t>>;
+    // Compaction: writes into the folder `path` a store without the documents of `deletedDocuments` (ascending),
+    // each kept one taking the next id, and this store's items of "Index.info" into `infoStream`, with no
+    // deletions left in them. Without deletions and pairs the files are copied as they are.
+    void Shrink(const std::u16string& path, Vantu::BaseBinaryStream& infoStream,
+                const Vantu::FastVector<unsigned int>& deletedDocuments, const Pairs& documentPairs,
+                const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log, const bool& cancel);
+
     // "Index.info" items 2 to 5: the collections with the running transaction folded in, and the deleted bits.
     void SaveInfo(SarIndexInfo& info) const;
     void LoadInfo(const SarIndexInfo& info);
@@ -141,6 +150,9 @@ private:
     void DeleteDocumentFromTransaction(uint32_t documentId, uint32_t indexOffset);
     void UpdateIndexFromTransaction(SarTransaction::Stream& log);
     void ResetReader();
+    void CopyFiles(const std::string& targetBase, Vantu::BaseBinaryStream& infoStream);
+    // Appends the block of `record` to `output`; returns its length.
+    uint64_t CopyBlock(const IndexFileStruct& record, Vantu::BaseBinaryStreamBuf& output);
 
     const Vantu::SmartPtr<SarvaneInternalConfig> config_;
     const bool readOnly_;

@@ -21,11 +21,8 @@ std::string InfoPath(const std::string& directory, const char* suffix = "") {
 }
 
 void WriteBody(Stream& out, const SarIndexInfo& info, bool withWordTotal) {
-    out << info.documentsWithShingles << uint32_t(info.collections.size());
-    for (const SarCollectionInfo& c : info.collections)
-        out << c.id << c.documentBytes << c.removedDocumentBytes << c.documents << c.removedDocuments;
-    out << info.deletedBitCount;
-    out.Put(info.deletedBits.data(), info.deletedBits.size());
+    out << info.documentsWithShingles;
+    info.WriteDocumentItems(out);
     out << info.nextTermId << info.nextSmallTermId << uint32_t(info.fields.size());
     for (const SarFieldInfo& f : info.fields) out << std::string_view(f.name) << f.type << f.highestDocumentId;
     if (withWordTotal) out << info.wordTotal;
@@ -99,6 +96,14 @@ void SarIndexInfo::Save(const std::string& directory, bool direct, bool withWord
     VantuFile::CrashPoint("SarIndexInfo: tmp written");
     // rename() replaces the target atomically, so the old file is never missing.
     VantuFile::RenameDurably(tmp, InfoPath(directory, direct ? "" : ".new"));
+}
+
+void SarIndexInfo::WriteDocumentItems(Vantu::BaseBinaryStream& out) const {
+    out << uint32_t(collections.size());
+    for (const SarCollectionInfo& c : collections)
+        out << c.id << c.documentBytes << c.removedDocumentBytes << c.documents << c.removedDocuments;
+    out << deletedBitCount;
+    out.Put(deletedBits.data(), deletedBits.size());
 }
 
 void SarIndexInfo::Commit(const std::string& directory) {

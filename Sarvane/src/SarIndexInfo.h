@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "file/BinaryStream.h"
+
 namespace Ostrel {
 
 struct SarCollectionInfo {
@@ -57,6 +59,8 @@ struct SarIndexInfo {
     void Save(const std::string& directory, bool direct, bool withWordTotal) const;
     // Makes a pre-committed "Index.info.new" the "Index.info".
     static void Commit(const std::string& directory);
+    // Items 2 to 5 of the body, the document store's part: compaction writes them into the new file's body.
+    void WriteDocumentItems(Vantu::BaseBinaryStream& out) const;
 };
 
 }  // namespace Ostrel

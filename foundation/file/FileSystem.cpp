@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "file/CFileT.h"
 #include "file/FaultInjector.h"
 #include "file/FileException.h"
 #include "file/FileHandle.h"
@@ -90,6 +91,22 @@ std::vector<std::string> ListFiles(const std::string& directory, const std::stri
     }
     std::sort(paths.begin(), paths.end());
     return paths;
+}
+
+void CopyFileDurably(const std::string& from, const std::string& to) {
+    CFileT<uint64_t> source(from), target(to);
+    source.Open(CFileBase::kModeRead);
+    target.Open(CFileBase::kModeCreate);
+    std::vector<uint8_t> round(32768);
+    for (uint64_t offset = 0; offset < source.Size();) {
+        const size_t take = size_t(std::min<uint64_t>(source.Size() - offset, round.size()));
+        source.ReadAt(offset, round.data(), take, true);
+        target.Write(round.data(), 1, take);
+        offset += take;
+    }
+    target.Flush();
+    target.Close();
+    SyncDirectoryOf(to);
 }
 
 }  // namespace VantuFile

@@ -18,6 +18,9 @@ void SyncDirectoryOf(const std::string& path);
 // Failure raises action 4 (rename) or 6 (sync).
 void RenameDurably(const std::string& from, const std::string& to);
 
+// Copies `from` to `to` (replacing it), then syncs the copy and its folder. Failures raise the file errors.
+void CopyFileDurably(const std::string& from, const std::string& to);
+
 // Removes `path` if it is a file, then syncs its folder. Failure raises action 3.
 void DeleteDurably(const std::string& path);
 

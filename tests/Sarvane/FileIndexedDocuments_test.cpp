@@ -433,3 +433,73 @@ TEST(FileIndexedDocuments, QueriesReadWhileTheReaderThreadAppliesTransactions) {
     EXPECT_FALSE(store->LoadDocument(12));
     EXPECT_TRUE(store->GetDeletedDocuments()[12]);
 }
+
+TEST(FileIndexedDocuments, ShrinkMovesKeptDocumentsDownBackToBackAndLeavesNoDeletions) {
+    TempDir dir, compacted, copied;
+    Store store = Open(dir.Path());
+    // Two transactions, their counters saved between PreCommit and Commit as the slice does.
+    for (int t = 0; t < 2; ++t) {
+        SarIndexInfo info;
+        store->BeginTransaction();
+        Words words;
+        for (uint32_t id = 0; id < 6 && t == 0; ++id) Add(*store, WordyDoc(id, uint16_t(1 + id % 2)));
+        for (uint32_t id : {1u, 3u})
+            if (t == 1) store->DeleteDocument(id, words);
+        store->SaveInfo(info);
+        store->PreCommit(false);
+        store->Commit(false);
+        store->LoadInfo(info);
+    }
+
+    VantuFile::MemoryBuffer memory(64);
+    Vantu::BinaryStreamT<unsigned int> stream(memory);
+    store->Shrink(Vantu::FromUtf8(compacted.Path()), stream, {1, 3}, {{2, 1}, {4, 2}, {5, 3}}, nullptr, false);
+    // The counters: the collections without deletions, and no deleted bit.
+    uint32_t count, bits;
+    stream >> count;
+    ASSERT_EQ(count, 2u);
+    for (uint32_t expected : {3u, 1u}) {
+        uint16_t id;
+        uint64_t size, deletedSize;
+        uint32_t documents, deleted;
+        stream >> id >> size >> deletedSize >> documents >> deleted;
+        EXPECT_EQ(documents, expected);
+        EXPECT_EQ(deletedSize + deleted, 0u);
+    }
+    stream >> bits;
+    EXPECT_EQ(bits, 0u);
+    EXPECT_TRUE(memory.EndOfFile());
+
+    Store shrunk = Open(compacted.Path());
+    EXPECT_FALSE(shrunk->IsDocumentValid(4));
+    const std::string din = Read(compacted / "Documents.din");
+    uint64_t end = 0;
+    for (auto [from, to] : {std::pair{0u, 0u}, {2u, 1u}, {4u, 2u}, {5u, 3u}}) {
+        IndexedDocument moved = WordyDoc(from, uint16_t(1 + from % 2)).indexed;
+        moved.documentId = to;
+        moved.physical = 3, moved.mirror = 4, moved.slice = 5;
+        EXPECT_EQ(*shrunk->LoadDocument(to), moved);
+        EXPECT_EQ(shrunk->GetDocumentWeight(to), store->GetDocumentWeight(from));
+        VantuFile::MemoryBuffer before(16), after(16);
+        store->LoadWCLBuffer(from, before);
+        shrunk->LoadWCLBuffer(to, after);
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(after.Data()), after.DataSize()),
+                  std::string(reinterpret_cast<const char*>(before.Data()), before.DataSize()));
+        end += FileIndexedDocuments::kRecordSize;
+    }
+    EXPECT_EQ(Read(compacted / "Documents.dix").size(), end);
+    // No gap in ".din": the free list is its tail alone.
+    VantuFile::PersistentEmptyListT<uint64_t> list(compacted / "Documents.din.pty");
+    list.Reload();
+    EXPECT_EQ(list.Blocks(), (std::map<uint64_t, uint64_t>{{din.size(), UINT64_MAX - din.size()}}));
+
+    // Nothing to remove: the files are copied as they are, and the counters keep the deleted bits.
+    memory.Clear();
+    store->Shrink(Vantu::FromUtf8(copied.Path()), stream, {}, {}, nullptr, false);
+    EXPECT_EQ(Snapshot(copied.Path()), Snapshot(dir.Path()));
+    EXPECT_TRUE(store->LoadDocument(2));
+    stream >> count;
+    memory.SeekG(4 + count * 26);
+    stream >> bits;
+    EXPECT_EQ(bits, 1u << 18);
+}
