@@ -102,6 +102,9 @@ public:
     // The offset at which the `size` bytes of `source` will stand once the log is replayed.
     uint32_t WriteTermPositions(const uint8_t* source, uint32_t size, Stream& stream) {
         if (memory.DataSize() != 0 && memory.DataSize() + size >= kPositionMemory) Flush(stream);
+        // Position words are 32-bit offsets: the file may never pass them.
+        const uint64_t end = uint64_t(baseSize) + memory.DataSize() + size;
+        if (end > VantuFile::LockingCFileGrowT<unsigned int>::kLimit) file.ThrowSeekOutOfRange(end);
         const uint32_t result = uint32_t(baseSize + memory.DataSize());
         memory.PutExact(source, size);
         return result;
@@ -393,6 +396,8 @@ void FileIndexedTerms::SaveIndexStruct() {
         ReleasePendingFree();
     }
     const uint32_t count = batchLast_ - batchStart_ + 1;
+    const uint64_t end = uint64_t(batchLast_ + 1) * IndexFileStruct::kSize;
+    if (end > IndexFile::kLimit) indexFile_.ThrowSeekOutOfRange(end);
     log << uint32_t(kIndexRecords) << uint32_t(batchStart_ * IndexFileStruct::kSize) << count;
     for (uint32_t i = 0; i < count; ++i) log.PutExact(recordBatch_[i].bytes.data(), IndexFileStruct::kSize);
     indexRecords_ = std::max(indexRecords_, batchLast_ + 1);
