@@ -69,8 +69,9 @@ public:
     FileDocIDList& operator=(const FileDocIDList&) = delete;
 
     void BeginTransaction();
-    // Both lists ascending. A list takes at most one AddInfo in a transaction: its record is read from ".cix",
-    // which shows none of the transaction's own changes.
+    // Both lists ascending; a removal wins over an addition of the same document. A list takes at most one
+    // AddInfo in a transaction (a second raises): its record is read from ".cix", which shows none of the
+    // transaction's own changes. A list left without documents gives its block back.
     void AddInfo(uint32_t listId, const Vantu::FastVector<unsigned int>& additions,
                  const Vantu::FastVector<unsigned int>& removals);
     void PreCommit(const bool& cancel);
