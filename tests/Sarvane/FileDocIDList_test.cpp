@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -242,10 +243,13 @@ TEST(FileDocIDList, ACommitCutShortAnywhereEndsByteIdenticalWhenCommittedAgain) 
     ASSERT_FALSE(VantuFile::FileExists(reference / "Collections.ctr"));
     ASSERT_EQ(DocumentsOf(*OpenCollections(reference.Path()), {2}), std::vector<unsigned>());
 
+    // Every case starts from a copy of the pre-committed state, built once.
+    TempDir before;
+    CommitFirst(before.Path());
+    PreCommitSecond(before.Path());
     CrashScenario s;
-    s.setup = [](const std::string& dir) {
-        CommitFirst(dir);
-        PreCommitSecond(dir);
+    s.setup = [&before](const std::string& dir) {
+        std::filesystem::copy(before.Path(), dir, std::filesystem::copy_options::recursive);
     };
     s.run = [](const std::string& dir) { OpenCollections(dir)->Commit(false); };
     s.check = [&after](const std::string& dir, const CrashCase&) -> std::string {
