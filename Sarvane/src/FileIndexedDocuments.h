@@ -1,8 +1,5 @@
-// A slice's document store: a 27-byte record per document id in "Documents.dix", the stored document and its
-// word list in "Documents.din", changes through the commit log "Documents.dtr", and in memory the weight table,
-// the deleted documents and the statistics of each collection. Queries call LoadDocument, GetDocumentWeight,
-// IsDocumentValid, DocumentIsIndexed, GetDeletedDocuments and GetStatistics from any thread; everything else
-// comes from the one thread that applies transactions.
+// A slice's document store: records, stored documents and word lists, a replayable commit log, and in memory the
+// weights, deleted documents and collection statistics. Reads from any thread; changes from the reader thread.
 #pragma once
 
 #include <array>
