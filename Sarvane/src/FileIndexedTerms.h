@@ -1,7 +1,5 @@
-// The postings of every large term: a 35-byte record per term id in "Terms.tix", chunks of postings in blocks
-// of "Terms.tin", coded positions in "Terms.0.tps" to "Terms.3.tps", and the commit log "Terms.ttr" that alone
-// changes them. Queries call LoadTerm, GetNumberOfDocuments and GetOccurencesForDocument from any thread, also
-// during Commit; everything else comes from the one thread that applies transactions.
+// The postings of each large term in "Terms.tix", "Terms.tin" and four ".tps" files, changed only by "Terms.ttr".
+// LoadTerm, GetNumberOfDocuments, GetOccurencesForDocument: any thread, also in Commit; the rest: one thread.
 #pragma once
 
 #include <array>

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -374,10 +375,13 @@ TEST(FileIndexedTerms, ACommitCutShortAnywhereEndsByteIdenticalWhenReplayed) {
     Open(cancelled.Path())->Commit(false, nullptr);
     EXPECT_TRUE(Snapshot(cancelled.Path()) == after);
 
+    // Every case starts from a copy of the pre-committed state, built once.
+    TempDir before;
+    CommitFirst(before.Path());
+    PreCommitSecond(before.Path());
     CrashScenario s;
-    s.setup = [](const std::string& dir) {
-        CommitFirst(dir);
-        PreCommitSecond(dir);
+    s.setup = [&before](const std::string& dir) {
+        std::filesystem::copy(before.Path(), dir, std::filesystem::copy_options::recursive);
     };
     s.run = [](const std::string& dir) { Open(dir)->Commit(false, nullptr); };
     s.check = [&after](const std::string& dir, const CrashCase&) -> std::string {
