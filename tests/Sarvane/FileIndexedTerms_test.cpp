@@ -11,6 +11,7 @@
 
 #include "CrashHarness.h"
 #include "TempDir.h"
+#include "core/LogEntry.h"
 #include "core/Text.h"
 #include "file/BinaryStreamException.h"
 #include "file/FileSystem.h"
@@ -344,6 +345,19 @@ const Adds kFirst = {{0, Range(0, 3)}, {1, Range(0, 10)}, {2, Range(0, 30)}, {5,
 const Adds kSecond = {{0, {3}}, {1, {10}}, {2, Range(30, 34)}, {5, Range(4, 40)}, {6, {40}}, {7, Range(0, 9)},
                       {1100, Range(5, 60)}};
 
+// Asks the replay to stop at the first progress it reports.
+class CancellingEntry : public Vantu::LogEntry {
+public:
+    explicit CancellingEntry(bool& cancel) : LogEntry(nullptr, u"Commit", Normal), cancel_(cancel) {}
+    void SetProgress(double progress) override {
+        LogEntry::SetProgress(progress);
+        cancel_ = true;
+    }
+
+private:
+    bool& cancel_;
+};
+
 void CommitFirst(const std::string& dir) { Apply(*Open(dir), kFirst); }
 void PreCommitSecond(const std::string& dir) { Apply(*Open(dir), kSecond, false); }
 
@@ -365,12 +379,17 @@ TEST(FileIndexedTerms, ACommitCutShortAnywhereEndsByteIdenticalWhenReplayed) {
     ASSERT_FALSE(VantuFile::FileExists(reference / "Terms.ttr"));
     ASSERT_EQ(Differs(*Open(reference.Path()), Both()), "");
 
-    // A cancelled replay leaves the log; the next one ends with the same files.
+    // A replay cancelled at its first progress report leaves the log; the next one ends with the same files.
     TempDir cancelled;
     CommitFirst(cancelled.Path());
     PreCommitSecond(cancelled.Path());
-    const bool cancel = true;
-    Open(cancelled.Path())->Commit(cancel, nullptr);
+    bool cancel = false;
+    Vantu::SmartPtr<Vantu::LogEntryCallInterface> progress(new CancellingEntry(cancel));
+    progress->SetProgress(0.5);
+    cancel = false;
+    Open(cancelled.Path())->Commit(cancel, progress);
+    EXPECT_TRUE(cancel);
+    EXPECT_GT(progress->GetProgress(), 0.5);
     EXPECT_TRUE(VantuFile::FileExists(cancelled / "Terms.ttr"));
     Open(cancelled.Path())->Commit(false, nullptr);
     EXPECT_TRUE(Snapshot(cancelled.Path()) == after);
