@@ -136,8 +136,7 @@ public:
 };
 
 FileIndexedTerms::FileIndexedTerms(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
-    : config_(config),
-      basePath_(BasePath(*config)),
+    : basePath_(BasePath(*config)),
       indexFile_(basePath_ + ".tix", GrowSize(*config, SarvaneConfig::kTermsIndexGrowSize), 2),
       infoFile_(basePath_ + ".tin", GrowSize(*config, SarvaneConfig::kTermsInfoGrowSize), 2),
       emptyList_(basePath_ + ".tin.pty"),

@@ -174,7 +174,6 @@ private:
     void SavePositionsFromTransaction(Stream& log);
     void ClearWork();
 
-    const Vantu::SmartPtr<SarvaneInternalConfig> config_;
     const std::string basePath_;
     mutable ObjectLocks locks_;
     mutable IndexFile indexFile_;
