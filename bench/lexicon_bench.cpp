@@ -72,7 +72,7 @@ void BM_LexiconInsert(benchmark::State& state) {
         const std::string dir = FreshDirectory();
         state.ResumeTiming();
         {
-            Lexicon lexicon(ConfigIn(dir), nullptr, false);
+            Lexicon lexicon(ConfigIn(dir), nullptr, nullptr, false);
             for (const auto& [term, documents] : v.terms) lexicon.AddTerm(term, documents, false);
             lexicon.PreCommit(false);
             lexicon.Commit(false, nullptr);
@@ -89,7 +89,7 @@ void BM_LexiconLookup(benchmark::State& state) {
     const Vocabulary& v = Words();
     if (v.terms.empty()) return state.SkipWithError("set SARVANE_CORPUS to the corpus.jsonl made by make_corpus.sh");
     const std::string dir = FreshDirectory();
-    Lexicon lexicon(ConfigIn(dir), nullptr, false);
+    Lexicon lexicon(ConfigIn(dir), nullptr, nullptr, false);
     for (const auto& [term, documents] : v.terms) lexicon.AddTerm(term, documents, false);
     lexicon.PreCommit(false);
     lexicon.Commit(false, nullptr);

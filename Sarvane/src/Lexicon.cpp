@@ -22,9 +22,10 @@ uint32_t CacheSize(const SarvaneInternalConfig& config, SarvaneConfig::Size size
 }  // namespace
 
 Lexicon::Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const Vantu::SmartPtr<FileIndexedTerms>& terms,
-                 bool readOnly)
+                 const Vantu::SmartPtr<FileSmallTerms>& smallTerms, bool readOnly)
     : config_(config),
       terms_(terms),
+      smallTerms_(smallTerms),
       rareTerms_(PathOf(*config, kRareTermsFileName), kPageSize,
                  CacheSize(*config, SarvaneConfig::kLexiconNonFreqCacheSize), readOnly),
       frequentTerms_(PathOf(*config, kFrequentTermsFileName), kPageSize,
@@ -84,6 +85,24 @@ void Lexicon::AddDocumentsForTerm(uint32_t termId, const FileIndexedTerms::Opera
     terms_->AddDocumentsForTerm(termId, operations);
 }
 
+void Lexicon::AddDocumentsForTerm(const std::string& term, const Vantu::FastVector<unsigned int>& documents) {
+    smallTerms_->AddDocuments(AddTerm(term, kFrequentDocuments, true), documents);
+}
+
+void Lexicon::GetDocumentsListForSmallTerm(const std::string& term, VantuAlgo::BitVector& documents) const {
+    const std::string resolved = ResolveAlias(term);
+    uint32_t id = Term::kNoTermId;
+    {
+        // A small term is never in the rare tree.
+        std::lock_guard<std::mutex> hold(termsSection_);
+        if (const auto cached = frequentTermCache_.find(resolved); cached != frequentTermCache_.end())
+            id = cached->second;
+        else if (const Tree::iterator found = frequentTerms_.Find(resolved); found != frequentTerms_.end())
+            id = found->second;
+    }
+    if (id != Term::kNoTermId) smallTerms_->GetValidDocuments(id, documents);
+}
+
 Vantu::SmartPtrToConst<Term> Lexicon::LoadTerm(const std::string& term, bool withPositions) const {
     // FindTerm leaves the dictionary's section before the postings are read: a slow read holds no lock of it.
     const uint32_t id = FindTerm(term);
@@ -110,6 +129,7 @@ void Lexicon::AddFieldAlias(const std::string& alias, const std::string& field) 
 
 void Lexicon::BeginTransaction() {
     if (terms_) terms_->BeginTransaction();
+    if (smallTerms_) smallTerms_->BeginTransaction();
 }
 
 void Lexicon::PreCommit(const bool& cancel) {
@@ -120,6 +140,7 @@ void Lexicon::PreCommit(const bool& cancel) {
         frequentTerms_.PreCommit();
     }
     if (terms_ && !cancel) terms_->PreCommit();
+    if (smallTerms_ && !cancel) smallTerms_->PreCommit(cancel);
 }
 
 void Lexicon::Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log) {
@@ -132,6 +153,7 @@ void Lexicon::Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCa
     if (log) log->SetProgress(0.05);
     // The postings store maps its replay over the rest of the scale.
     if (terms_ && !cancel) terms_->Commit(cancel, log);
+    if (smallTerms_ && !cancel) smallTerms_->Commit(cancel);
 }
 
 void Lexicon::Rollback() {
@@ -140,10 +162,16 @@ void Lexicon::Rollback() {
     frequentTerms_.Rollback();
     frequentTermCache_.clear();
     if (terms_) terms_->Rollback();
+    if (smallTerms_) smallTerms_->Rollback();
 }
 
 void Lexicon::ForceQuit() const {
     if (terms_) terms_->ForceQuit();
+    if (smallTerms_) smallTerms_->ForceQuit();
+}
+
+void Lexicon::RecoveryDone() {
+    if (smallTerms_) smallTerms_->RecoveryDone();
 }
 
 void Lexicon::LoadInfo(const SarIndexInfo& info) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "FileIndexedTerms.h"
+#include "FileSmallTerms.h"
 #include "SarIndexInfo.h"
 #include "SarvaneInternalConfig.h"
 #include "Term.h"
@@ -32,10 +33,11 @@ public:
     // transaction can always be applied. Longer terms are dropped where they enter.
     static constexpr size_t kMaxTermSize = 1000;
 
-    // Opens both trees, under the configuration's read lock. `terms` holds the postings of the large terms; a
-    // compaction target, which only rebuilds its trees, has none.
+    // Opens both trees, under the configuration's read lock. `terms` holds the postings of the large terms and
+    // `smallTerms` the document lists of the small ones; a compaction target, which only rebuilds its trees, has
+    // neither.
     Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const Vantu::SmartPtr<FileIndexedTerms>& terms,
-            bool readOnly);
+            const Vantu::SmartPtr<FileSmallTerms>& smallTerms, bool readOnly);
 
     // The id of `term`, given now when the term is new: from the small counter when `small`, else the large one.
     // An existing term keeps its id whatever `count` and `small` say.
@@ -50,6 +52,10 @@ public:
     void AddDocumentsForTerm(const std::string& term, const FileIndexedTerms::Operations& operations);
     // For a caller that took the id already: the term stays in the tree it stands in.
     void AddDocumentsForTerm(uint32_t termId, const FileIndexedTerms::Operations& operations);
+    // A small term: the documents that have a custom field. It always stands in the frequent tree.
+    void AddDocumentsForTerm(const std::string& term, const Vantu::FastVector<unsigned int>& documents);
+    // ORs the documents of a small term into `documents`; an unknown term changes nothing.
+    void GetDocumentsListForSmallTerm(const std::string& term, VantuAlgo::BitVector& documents) const;
     // Null for a term the dictionary doesn't know, an alias resolved first; an empty Term for a known term
     // without postings.
     Vantu::SmartPtrToConst<Term> LoadTerm(const std::string& term, bool withPositions) const;
@@ -68,6 +74,8 @@ public:
     void Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCallInterface>& log);
     void Rollback();
     void ForceQuit() const;
+    // Once the slice's counters are loaded: the small terms take their list count from their file.
+    void RecoveryDone();
 
     // The counters and custom-field table kept in "Index.info".
     void LoadInfo(const SarIndexInfo& info);
@@ -86,6 +94,7 @@ private:
 
     const Vantu::SmartPtr<SarvaneInternalConfig> config_;
     const Vantu::SmartPtr<FileIndexedTerms> terms_;
+    const Vantu::SmartPtr<FileSmallTerms> smallTerms_;
     uint32_t nextTermId_ = 0;
     uint32_t nextSmallTermId_ = kFirstSmallTermId;
     mutable Tree rareTerms_;

@@ -37,7 +37,7 @@ struct SarIndexInfo {
     uint32_t deletedBitCount = 0;
     std::vector<uint8_t> deletedBits;  // (deletedBitCount + 7) / 8 bytes
     uint32_t nextTermId = 0;
-    uint32_t nextSmallTermId = 0;
+    uint32_t nextSmallTermId = 3000000000u;  // small term ids begin here
     std::vector<SarFieldInfo> fields;
     uint64_t wordTotal = 0;
 

@@ -3,20 +3,32 @@
 namespace Ostrel {
 
 SarSliceStores::SarSliceStores(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
-    : documents(new FileIndexedDocuments(config, readOnly)), documentIdMap(new FileDocIdIndexId(config, readOnly)) {}
+    : documents(new FileIndexedDocuments(config, readOnly)),
+      terms(new FileIndexedTerms(config, readOnly)),
+      documentIdMap(new FileDocIdIndexId(config, readOnly)),
+      collections(new FileCollections(config, readOnly)),
+      smallTerms(new FileSmallTerms(config, readOnly)),
+      lexicon(new Lexicon(config, terms, smallTerms, readOnly)) {}
 
 SarSliceStores::~SarSliceStores() {
+    lexicon = nullptr;
     documentIdMap = nullptr;
+    collections = nullptr;
+    smallTerms = nullptr;
+    terms = nullptr;
     documents = nullptr;
 }
 
 void SarSliceStores::RecoveryDone() {
     documentIdMap->RecoveryDone();
     documents->LoadWeights();
+    collections->RecoveryDone();
+    lexicon->RecoveryDone();
 }
 
 uint64_t SarSliceStores::GetDiskSpaceUsed() const {
-    return documents->GetDiskSpaceUsed() + documentIdMap->GetDiskSpaceUsed();
+    return documents->GetDiskSpaceUsed() + terms->GetDiskSpaceUsed() + documentIdMap->GetDiskSpaceUsed() +
+           collections->GetDiskSpaceUsed() + smallTerms->GetDiskSpaceUsed() + lexicon->GetDiskSpaceUsed();
 }
 
 }  // namespace Ostrel

@@ -3,7 +3,11 @@
 #pragma once
 
 #include "FileDocIdIndexId.h"
+#include "FileCollections.h"
 #include "FileIndexedDocuments.h"
+#include "FileIndexedTerms.h"
+#include "FileSmallTerms.h"
+#include "Lexicon.h"
 #include "SarvaneInternalConfig.h"
 #include "core/RefCounted.h"
 
@@ -25,7 +29,11 @@ struct SarSliceStores {
 
     // Declared in the open order.
     Vantu::SmartPtr<FileIndexedDocuments> documents;
+    Vantu::SmartPtr<FileIndexedTerms> terms;
     Vantu::SmartPtr<FileDocIdIndexId> documentIdMap;
+    Vantu::SmartPtr<FileCollections> collections;
+    Vantu::SmartPtr<FileSmallTerms> smallTerms;
+    Vantu::SmartPtr<Lexicon> lexicon;
 };
 
 }  // namespace Ostrel

@@ -116,12 +116,14 @@ void Sarvane::ReadInfoFile(bool versionOnly) {
     info_ = std::move(loaded);
     documentsWithShingles_ = info_.documentsWithShingles;
     stores_->documents->LoadInfo(info_);
+    stores_->lexicon->LoadInfo(info_);
 }
 
 void Sarvane::SaveInfoFile(bool direct) {
     ConfigRead hold(*config_);
     info_.documentsWithShingles = documentsWithShingles_;
     stores_->documents->SaveInfo(info_);
+    stores_->lexicon->SaveInfo(info_);
     info_.Save(config_->GetIndexFilesPathAsString(), direct, config_->GetEnableWordCorrectorLexicon());
 }
 

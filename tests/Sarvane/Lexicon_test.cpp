@@ -45,7 +45,7 @@ std::map<std::string, uint32_t> TreeOf(const std::string& path) {
 TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
     TempDir dir;
     {
-        Lexicon lexicon(ConfigIn(dir.Path()), nullptr, false);
+        Lexicon lexicon(ConfigIn(dir.Path()), nullptr, nullptr, false);
         lexicon.LoadInfo(FreshInfo());
         EXPECT_EQ(lexicon.AddTerm("rare", 25, false), 0u);
         EXPECT_EQ(lexicon.AddTerm("common", 26, false), 1u);
@@ -67,7 +67,7 @@ TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
               (std::map<std::string, uint32_t>{{"@author", Lexicon::kFirstSmallTermId}, {"common", 1}, {"rising", 2}}));
 
     // The ids are stable across a reopen; the counters come back from the saved counters.
-    Lexicon reopened(ConfigIn(dir.Path()), nullptr, true);
+    Lexicon reopened(ConfigIn(dir.Path()), nullptr, nullptr, true);
     EXPECT_EQ(reopened.FindTerm("common"), 1u);
 }
 
@@ -75,7 +75,7 @@ TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
 // two terms would share an id.
 TEST(Lexicon, ARollbackEmptiesTheCacheSoNoTwoTermsShareAnId) {
     TempDir dir;
-    Lexicon lexicon(ConfigIn(dir.Path()), nullptr, false);
+    Lexicon lexicon(ConfigIn(dir.Path()), nullptr, nullptr, false);
     SarIndexInfo committed = FreshInfo();
     lexicon.LoadInfo(committed);
     lexicon.AddTerm("kept", 26, false);
@@ -107,7 +107,7 @@ void Mark(const std::string& path) {
 
 // Reopens as the slice does after a crash: commit or roll back by the mark, counters from "Index.info".
 Vantu::SmartPtr<Lexicon> Recover(const std::string& dir) {
-    Vantu::SmartPtr<Lexicon> lexicon(new Lexicon(ConfigIn(dir), nullptr, false));
+    Vantu::SmartPtr<Lexicon> lexicon(new Lexicon(ConfigIn(dir), nullptr, nullptr, false));
     if (VantuFile::FileExists(Decided(dir))) {
         lexicon->Commit(false, nullptr);
         SarIndexInfo::Commit(dir);
@@ -137,7 +137,7 @@ std::string DistinctIds(const std::string& dir, uint32_t nextTermId) {
 TEST(Lexicon, ACrashInATransactionNeverLetsTwoTermsShareAnId) {
     CrashScenario s;
     s.setup = [](const std::string& dir) {
-        Lexicon lexicon(ConfigIn(dir), nullptr, false);
+        Lexicon lexicon(ConfigIn(dir), nullptr, nullptr, false);
         lexicon.LoadInfo(FreshInfo());
         for (int i = 0; i < 6; ++i) lexicon.AddTerm("old" + std::to_string(i), i % 2 ? 26 : 1, false);
         Settle(lexicon);
@@ -146,7 +146,7 @@ TEST(Lexicon, ACrashInATransactionNeverLetsTwoTermsShareAnId) {
         info.Save(dir, true, false);
     };
     s.run = [](const std::string& dir) {
-        Lexicon lexicon(ConfigIn(dir), nullptr, false);
+        Lexicon lexicon(ConfigIn(dir), nullptr, nullptr, false);
         SarIndexInfo info;
         info.Load(SarIndexInfo::LoadPath(dir), false);
         lexicon.LoadInfo(info);
@@ -193,7 +193,8 @@ TEST(Term, PostingsAreFoundByWalkOrSearchFromAnyStart) {
 TEST(Lexicon, PostingsGoThroughTheDictionaryAndARareTermMovesWhenItPasses25Documents) {
     TempDir dir;
     Vantu::SmartPtr<FileIndexedTerms> terms(new FileIndexedTerms(ConfigIn(dir.Path()), false));
-    Lexicon lexicon(ConfigIn(dir.Path()), terms, false);
+    Vantu::SmartPtr<FileSmallTerms> smallTerms(new FileSmallTerms(ConfigIn(dir.Path()), false));
+    Lexicon lexicon(ConfigIn(dir.Path()), terms, smallTerms, false);
     lexicon.LoadInfo(FreshInfo());
     auto apply = [&](const std::string& term, uint32_t first, uint32_t end) {
         std::vector<TransactionTermOperation> operations;
@@ -222,7 +223,18 @@ TEST(Lexicon, PostingsGoThroughTheDictionaryAndARareTermMovesWhenItPasses25Docum
     lexicon.AddFieldAlias("@writer", "rising");
     EXPECT_EQ(lexicon.LoadTerm("@writer", true)->GetNumberOfDocuments(), 26u);
 
-    // A rollback takes the postings store's transaction with it.
+    // A small term lists the documents that have a field, found under an alias too.
+    lexicon.BeginTransaction();
+    lexicon.AddDocumentsForTerm("@pages", Vantu::FastVector<unsigned int>{1, 3});
+    lexicon.PreCommit(false);
+    lexicon.Commit(false, nullptr);
+    EXPECT_EQ(lexicon.FindTerm("@pages"), Lexicon::kFirstSmallTermId + 1);
+    lexicon.AddFieldAlias("@count", "@pages");
+    VantuAlgo::BitVector documents;
+    lexicon.GetDocumentsListForSmallTerm("@count", documents);
+    EXPECT_TRUE(documents.size() >= 4 && documents[1] && documents[3] && !documents[2]);
+
+    // A rollback takes the stores' transactions with it.
     lexicon.BeginTransaction();
     lexicon.Rollback();
     EXPECT_FALSE(VantuFile::FileExists(dir / "Terms.ttr"));
