@@ -29,7 +29,33 @@ Lexicon::Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const Van
       rareTerms_(PathOf(*config, kRareTermsFileName), kPageSize,
                  CacheSize(*config, SarvaneConfig::kLexiconNonFreqCacheSize), readOnly),
       frequentTerms_(PathOf(*config, kFrequentTermsFileName), kPageSize,
-                     CacheSize(*config, SarvaneConfig::kLexiconFreqCacheSize), readOnly) {}
+                     CacheSize(*config, SarvaneConfig::kLexiconFreqCacheSize), readOnly),
+      stringCustomFields_(*config, kStringFieldsFileName, SarvaneConfig::kLexiconStringCFCacheSize, readOnly),
+      doubleCustomFields_(*config, kDoubleFieldsFileName, SarvaneConfig::kLexiconDoubleCFCacheSize, readOnly),
+      dateCustomFields_(*config, kDateFieldsFileName, SarvaneConfig::kLexiconDateCFCacheSize, readOnly),
+      longCustomFields_(*config, kLongFieldsFileName, SarvaneConfig::kLexiconLongCFCacheSize, readOnly) {}
+
+template <class T>
+Lexicon::FieldTree<T>::FieldTree(const SarvaneInternalConfig& config, const char* name, SarvaneConfig::Size cacheSize,
+                                 bool readOnly)
+    : tree(PathOf(config, name), kPageSize, CacheSize(config, cacheSize), readOnly) {}
+
+void Lexicon::ForEachFieldTree(const std::function<void(VantuBTree::BTree&)>& step,
+                               const std::function<void(double)>& after) const {
+    const std::pair<VantuBTree::BTree*, std::mutex*> trees[] = {
+        {&doubleCustomFields_.tree, &doubleCustomFields_.section},
+        {&longCustomFields_.tree, &longCustomFields_.section},
+        {&dateCustomFields_.tree, &dateCustomFields_.section},
+        {&stringCustomFields_.tree, &stringCustomFields_.section}};
+    double progress = 0.05;
+    for (const auto& [tree, section] : trees) {
+        {
+            std::lock_guard<std::mutex> hold(*section);
+            step(*tree);
+        }
+        if (after) after(progress += 0.05);
+    }
+}
 
 uint32_t Lexicon::AddTerm(const std::string& term, uint32_t count, bool small) {
     std::lock_guard<std::mutex> hold(termsSection_);
@@ -139,6 +165,7 @@ void Lexicon::PreCommit(const bool& cancel) {
         rareTerms_.PreCommit();
         frequentTerms_.PreCommit();
     }
+    ForEachFieldTree([](VantuBTree::BTree& tree) { tree.PreCommit(); });
     if (terms_ && !cancel) terms_->PreCommit();
     if (smallTerms_ && !cancel) smallTerms_->PreCommit(cancel);
 }
@@ -151,16 +178,21 @@ void Lexicon::Commit(const bool& cancel, const Vantu::SmartPtr<Vantu::LogEntryCa
         frequentTerms_.Commit();
     }
     if (log) log->SetProgress(0.05);
+    ForEachFieldTree([](VantuBTree::BTree& tree) { tree.Commit(); },
+                     [&](double progress) { if (log) log->SetProgress(progress); });
     // The postings store maps its replay over the rest of the scale.
     if (terms_ && !cancel) terms_->Commit(cancel, log);
     if (smallTerms_ && !cancel) smallTerms_->Commit(cancel);
 }
 
 void Lexicon::Rollback() {
-    std::lock_guard<std::mutex> hold(termsSection_);
-    rareTerms_.Rollback();
-    frequentTerms_.Rollback();
-    frequentTermCache_.clear();
+    {
+        std::lock_guard<std::mutex> hold(termsSection_);
+        rareTerms_.Rollback();
+        frequentTerms_.Rollback();
+        frequentTermCache_.clear();
+    }
+    ForEachFieldTree([](VantuBTree::BTree& tree) { tree.Rollback(); });
     if (terms_) terms_->Rollback();
     if (smallTerms_) smallTerms_->Rollback();
 }
@@ -189,8 +221,13 @@ void Lexicon::SaveInfo(SarIndexInfo& info) const {
 }
 
 uint64_t Lexicon::GetDiskSpaceUsed() const {
-    std::lock_guard<std::mutex> hold(termsSection_);
-    return rareTerms_.GetSizeInBytes() + frequentTerms_.GetSizeInBytes();
+    uint64_t total = 0;
+    {
+        std::lock_guard<std::mutex> hold(termsSection_);
+        total = rareTerms_.GetSizeInBytes() + frequentTerms_.GetSizeInBytes();
+    }
+    ForEachFieldTree([&](VantuBTree::BTree& tree) { total += tree.GetSizeInBytes(); });
+    return total;
 }
 
 uint32_t Lexicon::GetNextTermId() const {
