@@ -1,12 +1,14 @@
 #include "FileCollections.h"
 
+#include "SarStoreFiles.h"
+
 #include <algorithm>
 
 namespace Ostrel {
 
 FileCollections::FileCollections(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
-    : FileDocIDList(config, kFileName, ConfigSize(*config, SarvaneConfig::kCollectionsInfoGrowSize),
-                    ConfigSize(*config, SarvaneConfig::kCollectionsCacheSize), true, readOnly) {}
+    : FileDocIDList(config, kFileName, SarStoreSize(*config, SarvaneConfig::kCollectionsInfoGrowSize),
+                    SarStoreSize(*config, SarvaneConfig::kCollectionsCacheSize), true, readOnly) {}
 
 void FileCollections::AddDocument(unsigned int documentId, unsigned short collection) {
     changes_[collection].first.push_back(documentId);

@@ -1,5 +1,7 @@
 #include "FileDocIDList.h"
 
+#include "SarStoreFiles.h"
+
 #include <algorithm>
 #include <cstring>
 #include <sys/stat.h>
@@ -37,16 +39,6 @@ uint32_t Fetch(const uint8_t* in) {
     return value;
 }
 
-std::string BasePath(const SarvaneInternalConfig& config, const std::string& name) {
-    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
-    return config.GetIndexFilesPathAsString() + "/" + name;
-}
-
-uint64_t SizeOnDisk(const std::string& path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0 ? uint64_t(info.st_size) : 0;
-}
-
 void CreateIfMissing(const std::string& path) {
     if (VantuFile::FileExists(path)) return;
     VantuFile::CFileT<unsigned int> create(path);
@@ -77,22 +69,6 @@ Vantu::FastVector<unsigned int> Renumbered(const VantuAlgo::BitVector& vector,
 std::string Directory(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
 // A durable copy: the new file is synced, and so is its folder.
-void CopyFile(const std::string& from, const std::string& to) {
-    VantuFile::CFileT<uint64_t> source(from), target(to);
-    source.Open(VantuFile::CFileBase::kModeRead);
-    target.Open(VantuFile::CFileBase::kModeCreate);
-    std::vector<uint8_t> round(kCopyRound);
-    for (uint64_t offset = 0; offset < source.Size();) {
-        const size_t take = size_t(std::min<uint64_t>(source.Size() - offset, round.size()));
-        source.ReadAt(offset, round.data(), take, true);
-        target.Write(round.data(), 1, take);
-        offset += take;
-    }
-    target.Flush();
-    target.Close();
-    VantuFile::SyncDirectoryOf(to);
-}
-
 }  // namespace
 
 void FileDocIDList::IndexFileStruct::Encode(uint8_t* out) const {
@@ -109,11 +85,6 @@ void FileDocIDList::IndexFileStruct::Decode(const uint8_t* in) {
     allocatedSize = Fetch(in + 12);
 }
 
-uint32_t FileDocIDList::ConfigSize(const SarvaneInternalConfig& config, SarvaneConfig::Size size) {
-    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
-    return config.GetSize(size);
-}
-
 FileDocIDList::FileDocIDList(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const std::string& name,
                              uint32_t growStep, uint32_t cacheLimit, bool keepRemovals, bool readOnly)
     : config_(config),
@@ -121,7 +92,7 @@ FileDocIDList::FileDocIDList(const Vantu::SmartPtr<SarvaneInternalConfig>& confi
       readOnly_(readOnly),
       keepRemovals_(keepRemovals),
       cacheLimit_(cacheLimit),
-      basePath_(BasePath(*config, name)),
+      basePath_(SarStorePath(*config, name)),
       indexFile_(basePath_ + ".cix"),
       dataFile_(basePath_ + ".cin", growStep),
       emptyList_(basePath_ + ".pty"),
@@ -322,8 +293,7 @@ bool FileDocIDList::ApplyRecord(SarTransaction::Stream& log) {
             return false;
         }
         default:
-            Vantu::ThrowStream<Vantu::BinaryStreamException>("Unknown record " + std::to_string(opcode) + " in " +
-                                                            basePath_ + ".ctr");
+            SarThrowUnknownRecord(opcode, basePath_ + ".ctr");
     }
 }
 
@@ -539,7 +509,7 @@ void FileDocIDList::CopyFiles(const std::string& path) {
     indexFile_.Close();
     dataFile_.Close();
     for (const std::string& file : VantuFile::ListFiles(Directory(basePath_), name_ + "*"))
-        CopyFile(file, path + "/" + file.substr(file.rfind('/') + 1));
+        VantuFile::CopyFileDurably(file, path + "/" + file.substr(file.rfind('/') + 1));
     OpenFiles();
 }
 
@@ -553,7 +523,7 @@ uint64_t FileDocIDList::GetDiskSpaceUsed() const {
         Lock hold(dataFile_.Section());
         total += dataFile_.Allocated();
     }
-    for (const char* suffix : {"", ".tmp", ".new"}) total += SizeOnDisk(emptyList_.Path() + suffix);
+    for (const char* suffix : {"", ".tmp", ".new"}) total += SarSizeOnDisk(emptyList_.Path() + suffix);
     return total;
 }
 

@@ -96,8 +96,6 @@ public:
     uint64_t GetDiskSpaceUsed() const;
 
 protected:
-    // A size of the slice's configuration, read under its lock.
-    static uint32_t ConfigSize(const SarvaneInternalConfig& config, SarvaneConfig::Size size);
     // Null when the list has no block.
     void LoadBitVector(uint32_t listId, Vantu::RefCountToConst<VantuAlgo::BitVector>& vector) const;
 

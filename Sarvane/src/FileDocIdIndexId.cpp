@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "SarException.h"
-#include "SarvaneConfigLock.h"
+#include "SarStoreFiles.h"
 
 namespace Ostrel {
 
@@ -11,20 +11,13 @@ namespace {
 
 constexpr uint32_t kPageSize = 0x10000;
 
-std::string TreePath(const SarvaneInternalConfig& config) {
-    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
-    return config.GetIndexFilesPathAsString() + "/" + FileDocIdIndexId::kFileName;
-}
-
-uint32_t CacheSize(const SarvaneInternalConfig& config) {
-    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
-    return config.GetDocIdIndexIdCacheSize();
-}
-
 }  // namespace
 
 FileDocIdIndexId::FileDocIdIndexId(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
-    : config_(config), readOnly_(readOnly), tree_(TreePath(*config), kPageSize, CacheSize(*config), readOnly) {}
+    : config_(config),
+      readOnly_(readOnly),
+      tree_(SarStorePath(*config, kFileName), kPageSize, SarStoreSize(*config, SarvaneConfig::kDocIdIndexIdCacheSize),
+            readOnly) {}
 
 uint32_t FileDocIdIndexId::AddDocument(uint32_t indexDocumentId) {
     std::lock_guard<std::mutex> hold(section_);

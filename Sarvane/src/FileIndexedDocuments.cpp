@@ -1,5 +1,7 @@
 #include "FileIndexedDocuments.h"
 
+#include "SarStoreFiles.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -40,34 +42,6 @@ V Fetch(const uint8_t* in) {
     return value;
 }
 
-std::string BasePath(const SarvaneInternalConfig& config) {
-    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
-    return config.GetIndexFilesPathAsString() + "/" + FileIndexedDocuments::kFileName;
-}
-
-uint32_t GrowSize(const SarvaneInternalConfig& config, SarvaneConfig::Size size) {
-    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
-    return config.GetSize(size);
-}
-
-uint64_t SizeOnDisk(const std::string& path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0 ? uint64_t(info.st_size) : 0;
-}
-
-// Copies `size` bytes of the log to `offset` in `file`, through the stack.
-template <class File>
-void CopyToFile(SarTransaction::Stream& log, File& file, uint64_t offset, uint64_t size) {
-    uint8_t round[kCopyRound];
-    file.Seek(decltype(file.Size())(offset));
-    for (uint64_t left = size; left > 0;) {
-        const size_t take = size_t(std::min<uint64_t>(left, sizeof round));
-        log.GetExact(round, take);
-        file.Write(round, 1, take);
-        left -= take;
-    }
-}
-
 // A chunk of the weight table that must hold one more entry reserves room in steps, never past a whole chunk.
 void MakeRoom(Vantu::FastVector<RankingEngineDocWeight>& chunk) {
     if (chunk.size() == chunk.capacity())
@@ -95,9 +69,9 @@ void FileIndexedDocuments::IndexFileStruct::Decode(const uint8_t* in) {
 FileIndexedDocuments::FileIndexedDocuments(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
     : config_(config),
       readOnly_(readOnly),
-      basePath_(BasePath(*config)),
-      indexFile_(basePath_ + ".dix", GrowSize(*config, SarvaneConfig::kDocumentsIndexGrowSize)),
-      dataFile_(basePath_ + ".din", GrowSize(*config, SarvaneConfig::kDocumentsInfoGrowSize)),
+      basePath_(SarStorePath(*config, kFileName)),
+      indexFile_(basePath_ + ".dix", SarStoreSize(*config, SarvaneConfig::kDocumentsIndexGrowSize)),
+      dataFile_(basePath_ + ".din", SarStoreSize(*config, SarvaneConfig::kDocumentsInfoGrowSize)),
       emptyList_(basePath_ + ".din.pty"),
       dataInput_(dataFile_),
       inflater_(dataInput_, &zlib_),
@@ -373,8 +347,7 @@ bool FileIndexedDocuments::ApplyRecord(SarTransaction::Stream& log, bool& ranksC
             return false;
         }
         default:
-            Vantu::ThrowStream<Vantu::BinaryStreamException>("Unknown record " + std::to_string(opcode) + " in " +
-                                                            basePath_ + ".dtr");
+            SarThrowUnknownRecord(opcode, basePath_ + ".dtr");
     }
 }
 
@@ -383,7 +356,7 @@ void FileIndexedDocuments::AddDocumentFromTransaction(SarTransaction::Stream& lo
     uint32_t size;
     log >> offset >> size;
     Lock hold(dataFile_.Section());
-    CopyToFile(log, dataFile_, offset, size);
+    SarCopyLogToFile(log, dataFile_, offset, size);
 }
 
 void FileIndexedDocuments::DeleteDocumentFromTransaction(uint32_t documentId, uint32_t indexOffset) {
@@ -402,7 +375,7 @@ void FileIndexedDocuments::UpdateIndexFromTransaction(SarTransaction::Stream& lo
     uint32_t indexOffset, size;
     log >> indexOffset >> size;
     Lock hold(indexFile_.Section());
-    CopyToFile(log, indexFile_, indexOffset, size);
+    SarCopyLogToFile(log, indexFile_, indexOffset, size);
 }
 
 void FileIndexedDocuments::Rollback() {
@@ -503,8 +476,8 @@ void FileIndexedDocuments::Shrink(const std::u16string& path, Vantu::BaseBinaryS
     if (deletedDocuments.empty() && documentPairs.empty()) return CopyFiles(target, infoStream);
     VantuFile::PersistentEmptyListT<uint64_t> list(target + ".din.pty");
     VantuFile::CFileGrowT<unsigned int> newIndex(target + ".dix",
-                                                 GrowSize(*config_, SarvaneConfig::kDocumentsIndexGrowSize));
-    VantuFile::CFileGrowT<uint64_t> newData(target + ".din", GrowSize(*config_, SarvaneConfig::kDocumentsInfoGrowSize));
+                                                 SarStoreSize(*config_, SarvaneConfig::kDocumentsIndexGrowSize));
+    VantuFile::CFileGrowT<uint64_t> newData(target + ".din", SarStoreSize(*config_, SarvaneConfig::kDocumentsInfoGrowSize));
     newIndex.Open(VantuFile::CFileBase::kModeCreate);
     newData.Open(VantuFile::CFileBase::kModeCreate);
     VantuFile::OCFileBufferT<unsigned int, VantuFile::CFileGrowT<unsigned int>> indexOutput(newIndex, kShrinkMemory);
@@ -714,7 +687,7 @@ void FileIndexedDocuments::GetStatistics(SarvaneSliceStatistics& statistics) con
 
 uint64_t FileIndexedDocuments::GetDiskSpaceUsed() const {
     // The log is measured on disk: its object belongs to the reader thread.
-    uint64_t total = SizeOnDisk(basePath_ + ".dtr");
+    uint64_t total = SarSizeOnDisk(basePath_ + ".dtr");
     {
         Lock hold(indexFile_.Section());
         total += indexFile_.Allocated();
@@ -723,7 +696,7 @@ uint64_t FileIndexedDocuments::GetDiskSpaceUsed() const {
         Lock hold(dataFile_.Section());
         total += dataFile_.Allocated();
     }
-    for (const char* suffix : {"", ".tmp", ".new"}) total += SizeOnDisk(emptyList_.Path() + suffix);
+    for (const char* suffix : {"", ".tmp", ".new"}) total += SarSizeOnDisk(emptyList_.Path() + suffix);
     return total;
 }
 

@@ -1,5 +1,7 @@
 #include "FileIndexedTerms.h"
 
+#include "SarStoreFiles.h"
+
 #include <algorithm>
 #include <cstring>
 #include <optional>
@@ -27,21 +29,6 @@ constexpr uint32_t kFrequentRoom = 128;
 // The zero bytes a region leaves between blocks go back to the block that would leave less than this.
 constexpr uint32_t kMinimumRemainder = 24;
 
-std::string BasePath(const SarvaneInternalConfig& config) {
-    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
-    return config.GetIndexFilesPathAsString() + "/" + FileIndexedTerms::kFileName;
-}
-
-uint32_t GrowSize(const SarvaneInternalConfig& config, SarvaneConfig::Size size) {
-    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
-    return config.GetSize(size);
-}
-
-uint64_t SizeOnDisk(const std::string& path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0 ? uint64_t(info.st_size) : 0;
-}
-
 template <class File>
 void OpenFile(File& file, bool readOnly) {
     if (readOnly && !VantuFile::FileExists(file.Path())) {
@@ -49,19 +36,6 @@ void OpenFile(File& file, bool readOnly) {
         create.Open(VantuFile::CFileBase::kModeCreate);
     }
     file.Open(readOnly ? VantuFile::CFileBase::kModeRead : VantuFile::CFileBase::kModeReadWrite);
-}
-
-// Copies `size` bytes of the log to `offset` in `file`, through the stack.
-template <class File>
-void CopyToFile(SarTransaction::Stream& log, File& file, uint64_t offset, uint64_t size) {
-    uint8_t round[kCopyRound];
-    file.Seek(decltype(file.Size())(offset));
-    for (uint64_t left = size; left > 0;) {
-        const size_t take = size_t(std::min<uint64_t>(left, sizeof round));
-        log.GetExact(round, take);
-        file.Write(round, 1, take);
-        left -= take;
-    }
 }
 
 [[noreturn]] void ThrowDamaged(const std::string& what) {
@@ -136,15 +110,15 @@ public:
 };
 
 FileIndexedTerms::FileIndexedTerms(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
-    : basePath_(BasePath(*config)),
-      indexFile_(basePath_ + ".tix", GrowSize(*config, SarvaneConfig::kTermsIndexGrowSize), 2),
-      infoFile_(basePath_ + ".tin", GrowSize(*config, SarvaneConfig::kTermsInfoGrowSize), 2),
+    : basePath_(SarStorePath(*config, kFileName)),
+      indexFile_(basePath_ + ".tix", SarStoreSize(*config, SarvaneConfig::kTermsIndexGrowSize), 2),
+      infoFile_(basePath_ + ".tin", SarStoreSize(*config, SarvaneConfig::kTermsInfoGrowSize), 2),
       emptyList_(basePath_ + ".tin.pty"),
       fileBuffer_(kRegion, kMinimumRemainder, emptyList_, 4),
       transaction_(Vantu::FromUtf8(basePath_ + ".ttr"), true),
       deflater_(writeMemory_, &compression_),
       recordBatch_(kBatchRecords) {
-    const uint32_t positionsGrow = GrowSize(*config, SarvaneConfig::kTermsPositionsGrowSize);
+    const uint32_t positionsGrow = SarStoreSize(*config, SarvaneConfig::kTermsPositionsGrowSize);
     for (uint32_t n = 0; n < kPositionFiles; ++n)
         positionFiles_.push_back(
             std::make_unique<PositionFile>(n, basePath_ + "." + std::to_string(n) + ".tps", positionsGrow));
@@ -516,7 +490,7 @@ void FileIndexedTerms::SavePositionsFromTransaction(Stream& log) {
     if (fileNumber >= kPositionFiles) ThrowDamaged("No position file " + std::to_string(fileNumber));
     PositionFile& positions = *positionFiles_[fileNumber];
     Lock hold(positions.file.Section());
-    CopyToFile(log, positions.file, offset, size);
+    SarCopyLogToFile(log, positions.file, offset, size);
 }
 
 void FileIndexedTerms::SaveTermIndexFromTransaction(Stream& log) {
@@ -527,7 +501,7 @@ void FileIndexedTerms::SaveTermIndexFromTransaction(Stream& log) {
     // A query holds the read lock of its term across the record and the block: it sees old or new, never a mix.
     ObjectLocker holdTerms(locks_, first, first + count - 1, true);
     Lock hold(indexFile_.Section());
-    CopyToFile(log, indexFile_, offset, uint64_t(count) * IndexFileStruct::kSize);
+    SarCopyLogToFile(log, indexFile_, offset, uint64_t(count) * IndexFileStruct::kSize);
 }
 
 void FileIndexedTerms::SaveTermInfoChunkFromTransaction(Stream& log) {
@@ -535,7 +509,7 @@ void FileIndexedTerms::SaveTermInfoChunkFromTransaction(Stream& log) {
     uint32_t allocatedSize, size;
     log >> blockStart >> blockEnd >> allocatedSize >> size;
     Lock hold(infoFile_.Section());
-    CopyToFile(log, infoFile_, blockEnd, size);
+    SarCopyLogToFile(log, infoFile_, blockEnd, size);
     // The file covers the whole block, as it does for a block written with its region.
     const uint64_t blockLimit = blockStart + allocatedSize;
     if (infoFile_.Size() < blockLimit) {
@@ -550,7 +524,7 @@ void FileIndexedTerms::SaveTermInfoFromTransaction(Stream& log) {
     uint32_t size;
     log >> offset >> size;
     Lock hold(infoFile_.Section());
-    CopyToFile(log, infoFile_, offset, size);
+    SarCopyLogToFile(log, infoFile_, offset, size);
 }
 
 void FileIndexedTerms::Rollback() {
@@ -722,7 +696,7 @@ uint64_t FileIndexedTerms::GetDiskSpaceUsed() const {
         Lock hold(positions->file.Section());
         total += positions->file.Allocated();
     }
-    for (const char* suffix : {"", ".tmp", ".new"}) total += SizeOnDisk(emptyList_.Path() + suffix);
+    for (const char* suffix : {"", ".tmp", ".new"}) total += SarSizeOnDisk(emptyList_.Path() + suffix);
     return total;
 }
 

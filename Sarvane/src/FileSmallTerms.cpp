@@ -1,10 +1,12 @@
 #include "FileSmallTerms.h"
 
+#include "SarStoreFiles.h"
+
 namespace Ostrel {
 
 FileSmallTerms::FileSmallTerms(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
-    : FileDocIDList(config, kFileName, ConfigSize(*config, SarvaneConfig::kSmallTermsIndexGrowSize),
-                    ConfigSize(*config, SarvaneConfig::kSmallTermsCacheSize), true, readOnly) {}
+    : FileDocIDList(config, kFileName, SarStoreSize(*config, SarvaneConfig::kSmallTermsIndexGrowSize),
+                    SarStoreSize(*config, SarvaneConfig::kSmallTermsCacheSize), true, readOnly) {}
 
 void FileSmallTerms::AddDocuments(const uint32_t& termId, const Vantu::FastVector<unsigned int>& documents) {
     AddInfo(termId - kFirstSmallTerm, documents, {});

@@ -1,23 +1,12 @@
 #include "Lexicon.h"
 
-#include "SarvaneConfigLock.h"
+#include "SarStoreFiles.h"
 
 namespace Ostrel {
 
 namespace {
 
-using ConfigRead = SarvaneConfigReadLock<SarvaneInternalConfig>;
 constexpr uint32_t kPageSize = 0x10000;
-
-std::string PathOf(const SarvaneInternalConfig& config, const char* name) {
-    ConfigRead hold(config);
-    return config.GetIndexFilesPathAsString() + "/" + name;
-}
-
-uint32_t CacheSize(const SarvaneInternalConfig& config, SarvaneConfig::Size size) {
-    ConfigRead hold(config);
-    return config.GetSize(size);
-}
 
 }  // namespace
 
@@ -26,10 +15,10 @@ Lexicon::Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const Van
     : config_(config),
       terms_(terms),
       smallTerms_(smallTerms),
-      rareTerms_(PathOf(*config, kRareTermsFileName), kPageSize,
-                 CacheSize(*config, SarvaneConfig::kLexiconNonFreqCacheSize), readOnly),
-      frequentTerms_(PathOf(*config, kFrequentTermsFileName), kPageSize,
-                     CacheSize(*config, SarvaneConfig::kLexiconFreqCacheSize), readOnly),
+      rareTerms_(SarStorePath(*config, kRareTermsFileName), kPageSize,
+                 SarStoreSize(*config, SarvaneConfig::kLexiconNonFreqCacheSize), readOnly),
+      frequentTerms_(SarStorePath(*config, kFrequentTermsFileName), kPageSize,
+                     SarStoreSize(*config, SarvaneConfig::kLexiconFreqCacheSize), readOnly),
       stringCustomFields_(*config, kStringFieldsFileName, SarvaneConfig::kLexiconStringCFCacheSize, readOnly),
       doubleCustomFields_(*config, kDoubleFieldsFileName, SarvaneConfig::kLexiconDoubleCFCacheSize, readOnly),
       dateCustomFields_(*config, kDateFieldsFileName, SarvaneConfig::kLexiconDateCFCacheSize, readOnly),
@@ -38,7 +27,7 @@ Lexicon::Lexicon(const Vantu::SmartPtr<SarvaneInternalConfig>& config, const Van
 template <class T>
 Lexicon::FieldTree<T>::FieldTree(const SarvaneInternalConfig& config, const char* name, SarvaneConfig::Size cacheSize,
                                  bool readOnly)
-    : tree(PathOf(config, name), kPageSize, CacheSize(config, cacheSize), readOnly) {}
+    : tree(SarStorePath(config, name), kPageSize, SarStoreSize(config, cacheSize), readOnly) {}
 
 void Lexicon::ForEachFieldTree(const std::function<void(VantuBTree::BTree&)>& step,
                                const std::function<void(double)>& after) const {

@@ -1,5 +1,6 @@
 #include "SarTransactionRecords.h"
 
+#include "SarStoreFiles.h"
 #include "SarTransaction.h"
 #include "file/BinaryStreamException.h"
 #include "file/BinaryStreamFileBuffer.h"
@@ -188,7 +189,7 @@ TransactionContents TransactionContents::Decode(const std::string& path, bool se
         stream >> opcode;
         if (opcode == kTransactionEndOfDocuments) break;
         if (opcode != kTransactionDocumentOpcode)
-            Vantu::ThrowStream<Vantu::BinaryStreamException>("Unknown record " + std::to_string(opcode) + " in transaction file: " + path);
+            SarThrowUnknownRecord(opcode, path);
         contents.documents.emplace_back().Read(stream, securityEnabled);
     }
     contents.sections.Read(stream);
