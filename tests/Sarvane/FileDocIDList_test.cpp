@@ -11,6 +11,7 @@
 #include "CrashHarness.h"
 #include "FileCollections.h"
 #include "FileSmallTerms.h"
+#include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/Text.h"
 #include "file/FileSystem.h"
@@ -24,27 +25,14 @@ using Record = FileDocIDList::IndexFileStruct;
 using Ids = Vantu::FastVector<unsigned int>;
 using Collections = Vantu::SmartPtr<FileCollections>;
 
-Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(3, 4, 5);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
-
 Collections OpenCollections(const std::string& dir) {
-    Collections store(new FileCollections(ConfigIn(dir), false));
+    Collections store(new FileCollections(SliceConfigIn(dir), false));
     store->RecoveryDone();
     return store;
 }
 
-std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
-
 Record RecordOf(const std::string& dir, const std::string& name, uint32_t listId) {
-    const std::string cix = Read(dir + "/" + name + ".cix");
+    const std::string cix = FileBytes(dir + "/" + name + ".cix");
     Record record;
     if (cix.size() >= (listId + 1) * FileDocIDList::kRecordSize)
         record.Decode(reinterpret_cast<const uint8_t*>(cix.data()) + listId * FileDocIDList::kRecordSize);
@@ -113,7 +101,7 @@ TEST(FileDocIDList, DeltasReadBackAsTheUnionWithTheLaterRemovalWinningAndTheLast
     Commit(*store, {}, {{1, 2}, {3, 2}, {9, 2}, {20, 2}});
     EXPECT_EQ(RecordOf(dir.Path(), "Collections", 2), Record());
     EXPECT_TRUE(DocumentsOf(*store, {2}).empty());
-    std::string pty = Read(dir / "Collections.pty");
+    std::string pty = FileBytes(dir / "Collections.pty");
     EXPECT_EQ(pty, std::string("\x01\0\0\0\0\0\0\0\xFF\xFF\xFF\xFF", 12));
     Commit(*store, {{7, 4}});
     EXPECT_EQ(RecordOf(dir.Path(), "Collections", 4).blockStart, 0u) << "the freed place is used again";
@@ -150,7 +138,7 @@ TEST(FileDocIDList, TheDeltaThatExactlyFitsIsAppendedAndOneByteMoreRewritesTheLi
 TEST(FileDocIDList, ListsBelowAUsedOneGetFreshRecordsAndTheCountComesFromTheIndexFile) {
     TempDir dir;
     {
-        Vantu::SmartPtr<FileSmallTerms> terms(new FileSmallTerms(ConfigIn(dir.Path()), false));
+        Vantu::SmartPtr<FileSmallTerms> terms(new FileSmallTerms(SliceConfigIn(dir.Path()), false));
         terms->RecoveryDone();
         terms->BeginTransaction();
         terms->AddDocuments(FileSmallTerms::kFirstSmallTerm + 5, {4, 8});
@@ -158,7 +146,7 @@ TEST(FileDocIDList, ListsBelowAUsedOneGetFreshRecordsAndTheCountComesFromTheInde
         EXPECT_THROW(terms->AddDocuments(FileSmallTerms::kFirstSmallTerm + 5, {9}), Vantu::Exception);
         terms->PreCommit(false);
         terms->Commit(false);
-        EXPECT_EQ(Read(dir / "SmallTerms.cix").size(), 6 * FileDocIDList::kRecordSize);
+        EXPECT_EQ(FileBytes(dir / "SmallTerms.cix").size(), 6 * FileDocIDList::kRecordSize);
         for (uint32_t list = 0; list < 5; ++list) EXPECT_EQ(RecordOf(dir.Path(), "SmallTerms", list), Record());
 
         VantuAlgo::BitVector documents;
@@ -173,7 +161,7 @@ TEST(FileDocIDList, ListsBelowAUsedOneGetFreshRecordsAndTheCountComesFromTheInde
         terms->AddDocuments(FileSmallTerms::kFirstSmallTerm + 9, {1});
         terms->PreCommit(false);
     }
-    Vantu::SmartPtr<FileSmallTerms> terms(new FileSmallTerms(ConfigIn(dir.Path()), false));
+    Vantu::SmartPtr<FileSmallTerms> terms(new FileSmallTerms(SliceConfigIn(dir.Path()), false));
     terms->RecoveryDone();
     EXPECT_EQ(terms->GetMaxListID(), 6u);
     terms->Commit(false);
@@ -229,7 +217,7 @@ struct Files {
 };
 
 Files Snapshot(const std::string& dir) {
-    return {Read(dir + "/Collections.cix"), Read(dir + "/Collections.cin"), Read(dir + "/Collections.pty")};
+    return {FileBytes(dir + "/Collections.cix"), FileBytes(dir + "/Collections.cin"), FileBytes(dir + "/Collections.pty")};
 }
 
 }  // namespace
@@ -316,7 +304,7 @@ TEST(FileDocIDList, QueriesNeverSeeAListGoBackWhileCommitsReplaceIt) {
 TEST(FileDocIDList, CompactionDropsDeletedDocumentsRenumbersSmallTermsAndCopiesAnUntouchedStore) {
     TempDir dir, target, copy;
     const unsigned kTerm = FileSmallTerms::kFirstSmallTerm;
-    Vantu::SmartPtr<FileSmallTerms> terms(new FileSmallTerms(ConfigIn(dir.Path()), false));
+    Vantu::SmartPtr<FileSmallTerms> terms(new FileSmallTerms(SliceConfigIn(dir.Path()), false));
     terms->RecoveryDone();
     terms->BeginTransaction();
     terms->AddDocuments(kTerm, {1, 2});
@@ -335,7 +323,7 @@ TEST(FileDocIDList, CompactionDropsDeletedDocumentsRenumbersSmallTermsAndCopiesA
     EXPECT_EQ(termPairs, (FileDocIDList::Pairs{{4, 2}, {kTerm + 2, kTerm + 1}}));
     collections->Shrink(Vantu::FromUtf8(target.Path()), {3, 5}, {{4, 2}, {6, 4}}, nullptr, cancel);
 
-    Vantu::SmartPtr<FileSmallTerms> shrunk(new FileSmallTerms(ConfigIn(target.Path()), false));
+    Vantu::SmartPtr<FileSmallTerms> shrunk(new FileSmallTerms(SliceConfigIn(target.Path()), false));
     VantuAlgo::BitVector documents;
     shrunk->GetValidDocuments(kTerm + 1, documents);
     EXPECT_EQ(Members(documents), (std::vector<unsigned>{4}));
@@ -350,7 +338,7 @@ TEST(FileDocIDList, CompactionDropsDeletedDocumentsRenumbersSmallTermsAndCopiesA
     terms->Shrink(Vantu::FromUtf8(copy.Path()), {}, {}, noTerms, noPairs, nullptr, cancel);
     EXPECT_TRUE(noTerms.empty() && noPairs.empty());
     for (const char* file : {"SmallTerms.cix", "SmallTerms.cin", "SmallTerms.pty"})
-        EXPECT_EQ(Read(copy / file), Read(dir / file)) << file;
+        EXPECT_EQ(FileBytes(copy / file), FileBytes(dir / file)) << file;
     EXPECT_FALSE(VantuFile::FileExists(copy / "Collections.cix")) << "only the store's own files";
     documents.clear();
     terms->GetValidDocuments(kTerm + 2, documents);

@@ -4,6 +4,7 @@
 #include "MessageIdOf.h"
 #include "SarException.h"
 #include "SarvaneInternalConfig.h"
+#include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/Text.h"
 #include "store/BTreeMap.h"
@@ -13,14 +14,8 @@ using namespace SarvaneTest;
 
 namespace {
 
-Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(1, 1, 1);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
-
 Vantu::SmartPtr<FileDocIdIndexId> Open(const std::string& dir, bool readOnly = false) {
-    Vantu::SmartPtr<FileDocIdIndexId> map(new FileDocIdIndexId(ConfigIn(dir), readOnly));
+    Vantu::SmartPtr<FileDocIdIndexId> map(new FileDocIdIndexId(SliceConfigIn(dir), readOnly));
     map->RecoveryDone();
     return map;
 }

@@ -9,6 +9,7 @@
 
 #include "CrashHarness.h"
 #include "SarTransactionRecords.h"
+#include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/Text.h"
 #include "file/FileSystem.h"
@@ -21,23 +22,10 @@ namespace {
 using Store = Vantu::SmartPtr<FileIndexedDocuments>;
 using Words = std::map<std::u16string, uint32_t>;
 
-Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(3, 4, 5);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
-
 Store Open(const std::string& dir, bool readOnly = false) {
-    Store store(new FileIndexedDocuments(ConfigIn(dir), readOnly));
+    Store store(new FileIndexedDocuments(SliceConfigIn(dir), readOnly));
     store->RecoveryDone();
     return store;
-}
-
-std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
 }
 
 std::vector<uint8_t> Unit(const std::function<void(Vantu::BaseBinaryStream&)>& write) {
@@ -110,7 +98,7 @@ struct Files {
 };
 
 Files Snapshot(const std::string& dir) {
-    return {Read(dir + "/Documents.dix"), Read(dir + "/Documents.din"), Read(dir + "/Documents.din.pty")};
+    return {FileBytes(dir + "/Documents.dix"), FileBytes(dir + "/Documents.din"), FileBytes(dir + "/Documents.din.pty")};
 }
 
 }  // namespace
@@ -121,7 +109,7 @@ TEST(FileIndexedDocuments, CommittedDocumentsLoadBackByteForByteAndGapsAreBlank)
     const std::vector<Doc> docs = {MakeDoc(0, 1, {{u"alpha", 2}}), MakeDoc(1, 2), MakeDoc(3, 1, {{u"beta", 1}})};
     Commit(*store, docs);
 
-    const std::string dix = Read(dir / "Documents.dix"), din = Read(dir / "Documents.din");
+    const std::string dix = FileBytes(dir / "Documents.dix"), din = FileBytes(dir / "Documents.din");
     ASSERT_EQ(dix.size(), 4 * 27u);
     for (const Doc& d : docs) {
         const uint32_t id = d.record.documentId;
@@ -156,7 +144,7 @@ TEST(FileIndexedDocuments, CommittedDocumentsLoadBackByteForByteAndGapsAreBlank)
     EXPECT_FALSE(store->LoadDocument(4));
     EXPECT_EQ(store->GetDocumentWeight(4), RankingEngineDocWeight());
     // The free list was saved with the file's used part cut out of it.
-    EXPECT_EQ(Read(dir / "Documents.din.pty").size(), 4u + 16u);
+    EXPECT_EQ(FileBytes(dir / "Documents.din.pty").size(), 4u + 16u);
     EXPECT_FALSE(VantuFile::FileExists(dir / "Documents.dtr"));
 
     // Reopened, the weights come back from ".dix".
@@ -211,7 +199,7 @@ TEST(FileIndexedDocuments, DeletionFreesTheBlockCountsWordsAndTheStatisticsTrave
     EXPECT_FALSE(store->LoadDocument(0));
     EXPECT_EQ(store->GetDocumentWeight(0), RankingEngineDocWeight());
     FileIndexedDocuments::IndexFileStruct record;
-    record.Decode(reinterpret_cast<const uint8_t*>(Read(dir / "Documents.dix").data() + 3 * 27));
+    record.Decode(reinterpret_cast<const uint8_t*>(FileBytes(dir / "Documents.dix").data() + 3 * 27));
     EXPECT_EQ(record.offset, 0u);
     IndexedDocument third = MakeDoc(3, 7).indexed;
     third.physical = 3, third.mirror = 4, third.slice = 5;
@@ -251,14 +239,14 @@ TEST(FileIndexedDocuments, RankUpdatesReplaceRanksUpToTheLastListedId) {
     EXPECT_EQ(rankOf(2), 0.25f);
     EXPECT_EQ(rankOf(4), 2.0f);
 
-    const std::string before = Read(dir / "Documents.dix");
+    const std::string before = FileBytes(dir / "Documents.dix");
     store->BeginTransaction();
     // 0 keeps its value, 1 moves by exactly the tolerance and stays 0; the rest lie past the last id.
     store->UpdateDocumentRankValue({{0, 0.5f}, {1, 0.0001f}}, false);
     store->UpdateDocumentRankValue({}, false);
     store->PreCommit(false);
     store->Commit(false);
-    EXPECT_EQ(Read(dir / "Documents.dix"), before);
+    EXPECT_EQ(FileBytes(dir / "Documents.dix"), before);
 
     store->BeginTransaction();
     store->UpdateDocumentRankValue({{1, 1.0f}, {3, 3.0f}}, false);
@@ -474,7 +462,7 @@ TEST(FileIndexedDocuments, ShrinkMovesKeptDocumentsDownBackToBackAndLeavesNoDele
 
     Store shrunk = Open(compacted.Path());
     EXPECT_FALSE(shrunk->IsDocumentValid(4));
-    const std::string din = Read(compacted / "Documents.din");
+    const std::string din = FileBytes(compacted / "Documents.din");
     uint64_t end = 0;
     for (auto [from, to] : {std::pair{0u, 0u}, {2u, 1u}, {4u, 2u}, {5u, 3u}}) {
         IndexedDocument moved = WordyDoc(from, uint16_t(1 + from % 2)).indexed;
@@ -489,7 +477,7 @@ TEST(FileIndexedDocuments, ShrinkMovesKeptDocumentsDownBackToBackAndLeavesNoDele
                   std::string(reinterpret_cast<const char*>(before.Data()), before.DataSize()));
         end += FileIndexedDocuments::kRecordSize;
     }
-    EXPECT_EQ(Read(compacted / "Documents.dix").size(), end);
+    EXPECT_EQ(FileBytes(compacted / "Documents.dix").size(), end);
     // No gap in ".din": the free list is its tail alone.
     VantuFile::PersistentEmptyListT<uint64_t> list(compacted / "Documents.din.pty");
     list.Reload();

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "CrashHarness.h"
+#include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/LogEntry.h"
 #include "core/Text.h"
@@ -26,20 +27,7 @@ using Store = Vantu::SmartPtr<FileIndexedTerms>;
 using Record = FileIndexedTerms::IndexFileStruct;
 using List = Vantu::FastVector<unsigned int>;
 
-Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(3, 4, 5);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
-
-Store Open(const std::string& dir) { return Store(new FileIndexedTerms(ConfigIn(dir), false)); }
-
-std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
+Store Open(const std::string& dir) { return Store(new FileIndexedTerms(SliceConfigIn(dir), false)); }
 
 std::vector<uint8_t> Code(const List& positions) {
     if (positions.size() == 0) return {};
@@ -142,7 +130,7 @@ std::string Differs(const FileIndexedTerms& store, const Model& model) {
 
 Record RecordOf(const std::string& dir, uint32_t term) {
     Record record;
-    const std::string tix = Read(dir + "/Terms.tix");
+    const std::string tix = FileBytes(dir + "/Terms.tix");
     std::memcpy(record.bytes.data(), tix.data() + term * Record::kSize, Record::kSize);
     return record;
 }
@@ -169,7 +157,7 @@ TEST(FileIndexedTerms, EachBoundaryRoundTrips) {
     // Three documents live in the record; the fourth moves all four into a chunk of a fresh block.
     step({{0, {1, 2, 3}}});
     EXPECT_EQ(RecordOf(dir.Path(), 0).NumberOfDocuments(), 3u);
-    EXPECT_EQ(Read(dir / "Terms.tin").size(), 0u);
+    EXPECT_EQ(FileBytes(dir / "Terms.tin").size(), 0u);
     step({{0, {4}}});
     Record record = RecordOf(dir.Path(), 0);
     ASSERT_TRUE(record.HasBlock());
@@ -177,9 +165,9 @@ TEST(FileIndexedTerms, EachBoundaryRoundTrips) {
     EXPECT_FALSE(record.HasPendingPosting());
 
     // One more document waits in the record and ".tin" stays as it was; the next takes it into a chunk.
-    const std::string tin = Read(dir / "Terms.tin");
+    const std::string tin = FileBytes(dir / "Terms.tin");
     step({{0, {5}}});
-    EXPECT_EQ(Read(dir / "Terms.tin"), tin);
+    EXPECT_EQ(FileBytes(dir / "Terms.tin"), tin);
     record = RecordOf(dir.Path(), 0);
     EXPECT_TRUE(record.HasPendingPosting());
     EXPECT_EQ(record.NumberOfDocuments(), 5u);
@@ -192,7 +180,7 @@ TEST(FileIndexedTerms, EachBoundaryRoundTrips) {
     // 24 postings make a plain chunk, 25 a zlib unit with its size in front; 25 to 26 documents is the promotion.
     auto passed = step({{1, Range(0, 24)}, {2, Range(0, 25)}, {3, Range(0, 25)}});
     EXPECT_FALSE(passed[3]);
-    const std::string blocks = Read(dir / "Terms.tin");
+    const std::string blocks = FileBytes(dir / "Terms.tin");
     const Record plain = RecordOf(dir.Path(), 1), packed = RecordOf(dir.Path(), 2);
     EXPECT_EQ(U32(blocks, plain.BlockStart()), 24u);
     EXPECT_EQ(plain.BlockEnd() - plain.BlockStart(), 4 + 24 * 10u);
@@ -216,7 +204,7 @@ TEST(FileIndexedTerms, EachBoundaryRoundTrips) {
     record = RecordOf(dir.Path(), 4);
     EXPECT_TRUE(record.InlinePosting(0).PositionsInline());
     EXPECT_FALSE(record.InlinePosting(1).PositionsInline());
-    const std::string tps = Read(dir / "Terms.0.tps");
+    const std::string tps = FileBytes(dir / "Terms.0.tps");
     const uint32_t word = record.InlinePosition(1);
     EXPECT_EQ(tps.substr(word, 7), std::string("\x05\x00", 2) + std::string(reinterpret_cast<const char*>(Code(five).data()), 5));
     Vantu::SmartPtr<Term> loaded = store->LoadTerm(4, true);
@@ -294,7 +282,7 @@ TEST(FileIndexedTerms, GapsInTermIdsLeaveFreshRecordsNeverZeroedOnes) {
     Apply(*store, second);
     Fold(model, first);
     Fold(model, second);
-    const std::string tix = Read(dir / "Terms.tix");
+    const std::string tix = FileBytes(dir / "Terms.tix");
     ASSERT_EQ(tix.size(), 2501 * Record::kSize);
     const std::string fresh(reinterpret_cast<const char*>(Record().bytes.data()), Record::kSize);
     for (uint32_t term = 0; term <= 2500; ++term)
@@ -335,8 +323,8 @@ struct Files {
 };
 
 Files Snapshot(const std::string& dir) {
-    Files files{Read(dir + "/Terms.tix"), Read(dir + "/Terms.tin"), Read(dir + "/Terms.tin.pty"), {}};
-    for (int n = 0; n < 4; ++n) files.tps[n] = Read(dir + "/Terms." + std::to_string(n) + ".tps");
+    Files files{FileBytes(dir + "/Terms.tix"), FileBytes(dir + "/Terms.tin"), FileBytes(dir + "/Terms.tin.pty"), {}};
+    for (int n = 0; n < 4; ++n) files.tps[n] = FileBytes(dir + "/Terms." + std::to_string(n) + ".tps");
     return files;
 }
 

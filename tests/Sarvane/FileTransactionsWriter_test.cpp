@@ -13,6 +13,7 @@
 #include "FileTransactionsWriter.h"
 #include "RecordingLog.h"
 #include "SarTransactionRecords.h"
+#include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/Text.h"
 #include "file/CFileT.h"
@@ -27,15 +28,9 @@ namespace {
 
 using Pairs = std::vector<std::pair<uint32_t, uint16_t>>;
 
-Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(1, 2, 3);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
-
 // One slice's side of the writer: its configuration, id map, statistics and pending count.
 struct Slice {
-    explicit Slice(const std::string& dir) : dir(dir), config(ConfigIn(dir)), map(new FileDocIdIndexId(config, false)) {
+    explicit Slice(const std::string& dir) : dir(dir), config(SliceConfigIn(dir)), map(new FileDocIdIndexId(config, false)) {
         map->RecoveryDone();
     }
     Vantu::SmartPtr<FileTransactionsWriter> Writer(uint64_t number = 1) {

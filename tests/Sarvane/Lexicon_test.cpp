@@ -5,6 +5,7 @@
 
 #include "CrashHarness.h"
 #include "Lexicon.h"
+#include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/LogEntry.h"
 #include "core/Text.h"
@@ -15,12 +16,6 @@ using namespace Ostrel;
 using namespace SarvaneTest;
 
 namespace {
-
-Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(1, 1, 1);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
 
 SarIndexInfo FreshInfo() {
     SarIndexInfo info;
@@ -46,7 +41,7 @@ std::map<std::string, uint32_t> TreeOf(const std::string& path) {
 TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
     TempDir dir;
     {
-        Lexicon lexicon(ConfigIn(dir.Path()), nullptr, nullptr, false);
+        Lexicon lexicon(SliceConfigIn(dir.Path()), nullptr, nullptr, false);
         lexicon.LoadInfo(FreshInfo());
         EXPECT_EQ(lexicon.AddTerm("rare", 25, false), 0u);
         EXPECT_EQ(lexicon.AddTerm("common", 26, false), 1u);
@@ -74,7 +69,7 @@ TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
               (std::map<std::string, uint32_t>{{"@author", Lexicon::kFirstSmallTermId}, {"common", 1}, {"rising", 2}}));
 
     // The ids are stable across a reopen; the counters come back from the saved counters.
-    Lexicon reopened(ConfigIn(dir.Path()), nullptr, nullptr, true);
+    Lexicon reopened(SliceConfigIn(dir.Path()), nullptr, nullptr, true);
     EXPECT_EQ(reopened.FindTerm("common"), 1u);
 }
 
@@ -82,7 +77,7 @@ TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
 // two terms would share an id.
 TEST(Lexicon, ARollbackEmptiesTheCacheSoNoTwoTermsShareAnId) {
     TempDir dir;
-    Lexicon lexicon(ConfigIn(dir.Path()), nullptr, nullptr, false);
+    Lexicon lexicon(SliceConfigIn(dir.Path()), nullptr, nullptr, false);
     SarIndexInfo committed = FreshInfo();
     lexicon.LoadInfo(committed);
     lexicon.AddTerm("kept", 26, false);
@@ -114,7 +109,7 @@ void Mark(const std::string& path) {
 
 // Reopens as the slice does after a crash: commit or roll back by the mark, counters from "Index.info".
 Vantu::SmartPtr<Lexicon> Recover(const std::string& dir) {
-    Vantu::SmartPtr<Lexicon> lexicon(new Lexicon(ConfigIn(dir), nullptr, nullptr, false));
+    Vantu::SmartPtr<Lexicon> lexicon(new Lexicon(SliceConfigIn(dir), nullptr, nullptr, false));
     if (VantuFile::FileExists(Decided(dir))) {
         lexicon->Commit(false, nullptr);
         SarIndexInfo::Commit(dir);
@@ -144,7 +139,7 @@ std::string DistinctIds(const std::string& dir, uint32_t nextTermId) {
 TEST(Lexicon, ACrashInATransactionNeverLetsTwoTermsShareAnId) {
     CrashScenario s;
     s.setup = [](const std::string& dir) {
-        Lexicon lexicon(ConfigIn(dir), nullptr, nullptr, false);
+        Lexicon lexicon(SliceConfigIn(dir), nullptr, nullptr, false);
         lexicon.LoadInfo(FreshInfo());
         for (int i = 0; i < 6; ++i) lexicon.AddTerm("old" + std::to_string(i), i % 2 ? 26 : 1, false);
         Settle(lexicon);
@@ -153,7 +148,7 @@ TEST(Lexicon, ACrashInATransactionNeverLetsTwoTermsShareAnId) {
         info.Save(dir, true, false);
     };
     s.run = [](const std::string& dir) {
-        Lexicon lexicon(ConfigIn(dir), nullptr, nullptr, false);
+        Lexicon lexicon(SliceConfigIn(dir), nullptr, nullptr, false);
         SarIndexInfo info;
         info.Load(SarIndexInfo::LoadPath(dir), false);
         lexicon.LoadInfo(info);
@@ -199,9 +194,9 @@ TEST(Term, PostingsAreFoundByWalkOrSearchFromAnyStart) {
 
 TEST(Lexicon, PostingsGoThroughTheDictionaryAndARareTermMovesWhenItPasses25Documents) {
     TempDir dir;
-    Vantu::SmartPtr<FileIndexedTerms> terms(new FileIndexedTerms(ConfigIn(dir.Path()), false));
-    Vantu::SmartPtr<FileSmallTerms> smallTerms(new FileSmallTerms(ConfigIn(dir.Path()), false));
-    Lexicon lexicon(ConfigIn(dir.Path()), terms, smallTerms, false);
+    Vantu::SmartPtr<FileIndexedTerms> terms(new FileIndexedTerms(SliceConfigIn(dir.Path()), false));
+    Vantu::SmartPtr<FileSmallTerms> smallTerms(new FileSmallTerms(SliceConfigIn(dir.Path()), false));
+    Lexicon lexicon(SliceConfigIn(dir.Path()), terms, smallTerms, false);
     lexicon.LoadInfo(FreshInfo());
     auto apply = [&](const std::string& term, uint32_t first, uint32_t end) {
         std::vector<TransactionTermOperation> operations;

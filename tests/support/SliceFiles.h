@@ -1,0 +1,27 @@
+// What the store tests share: a slice configuration on a directory, and the bytes of a file to compare.
+#pragma once
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "SarvaneInternalConfig.h"
+#include "core/Text.h"
+
+namespace SarvaneTest {
+
+inline Vantu::SmartPtr<Ostrel::SarvaneInternalConfig> SliceConfigIn(const std::string& dir) {
+    Ostrel::SarvaneConfig config(1, 1, 1);
+    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
+    return Vantu::SmartPtr<Ostrel::SarvaneInternalConfig>(new Ostrel::SarvaneInternalConfig(config));
+}
+
+// Empty for a file that doesn't exist.
+inline std::string FileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
+}
+
+}  // namespace SarvaneTest
