@@ -23,7 +23,7 @@ using Store = Vantu::SmartPtr<FileIndexedDocuments>;
 using Words = std::map<std::u16string, uint32_t>;
 
 Store Open(const std::string& dir, bool readOnly = false) {
-    Store store(new FileIndexedDocuments(SliceConfigIn(dir), readOnly));
+    Store store(new FileIndexedDocuments(SliceConfigIn(dir, 3, 4, 5), readOnly));
     store->RecoveryDone();
     return store;
 }

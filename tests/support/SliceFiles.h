@@ -10,8 +10,9 @@
 
 namespace SarvaneTest {
 
-inline Vantu::SmartPtr<Ostrel::SarvaneInternalConfig> SliceConfigIn(const std::string& dir) {
-    Ostrel::SarvaneConfig config(1, 1, 1);
+inline Vantu::SmartPtr<Ostrel::SarvaneInternalConfig> SliceConfigIn(const std::string& dir, uint16_t physical = 1,
+                                                                     uint16_t mirror = 1, uint16_t slice = 1) {
+    Ostrel::SarvaneConfig config(physical, mirror, slice);
     config.SetIndexFilesPath(Vantu::FromUtf8(dir));
     return Vantu::SmartPtr<Ostrel::SarvaneInternalConfig>(new Ostrel::SarvaneInternalConfig(config));
 }
