@@ -53,6 +53,12 @@ void WriteUnit(VantuFile::MemoryBuffer& out, Body&& body) {
     deflater.Finish();
 }
 
+// Every text the writer logs opens with the slice's ids.
+std::u16string LogPrefix(const SarvaneInternalConfig& config) {
+    ConfigRead hold(config);
+    return u"[" + config.GetIDString() + u"] ";
+}
+
 std::vector<uint8_t> BytesOf(VantuFile::MemoryBuffer& buffer) {
     return std::vector<uint8_t>(buffer.Data(), buffer.Data() + buffer.Size());
 }
@@ -377,7 +383,7 @@ void FileTransactionsWriter::Commit() {
     VantuFile::RenameDurably(complete, Narrow(path_));
     if (log_) {
         const std::u16string name = path_.substr(path_.find_last_of(u'/') + 1);
-        log_->AddEntry(LogPrefix() + SAR_MESSAGE(40, name, documentsToAdd_, deletionCount_)->GetMsg(),
+        log_->AddEntry(LogPrefix(*config_) + SAR_MESSAGE(40, name, documentsToAdd_, deletionCount_)->GetMsg(),
                        Vantu::LogEntryCallInterface::Normal);
     }
     std::lock_guard<std::mutex> hold(statisticsSection_);
@@ -393,11 +399,6 @@ uint64_t FileTransactionsWriter::MemoryInUse() const {
            pointers * sizeof(TransactionTermOperation*) + termBytes_;
 }
 
-std::u16string FileTransactionsWriter::LogPrefix() const {
-    ConfigRead hold(*config_);
-    return u"[" + config_->GetIDString() + u"] ";
-}
-
 bool FileTransactionsWriter::CheckForRecovery(const SarvaneInternalConfig& config) {
     return !VantuFile::ListFiles(Narrow(IndexPath(config)), "*.trc").empty();
 }
@@ -406,11 +407,7 @@ void FileTransactionsWriter::DoRecovery(const Vantu::SmartPtr<SarvaneInternalCon
                                         FileDocIdIndexId& documentIdMap, bool recover,
                                         const Vantu::SmartPtr<Vantu::LogCallInterface>& log) {
     const std::string directory = Narrow(IndexPath(*config));
-    std::u16string prefix;
-    {
-        ConfigRead hold(*config);
-        prefix = u"[" + config->GetIDString() + u"] ";
-    }
+    const std::u16string prefix = LogPrefix(*config);
     const std::vector<std::string> unfinished = VantuFile::ListFiles(directory, "*.ttp");
     for (const std::string& path : unfinished) VantuFile::DeleteDurably(path);
     const std::vector<std::string> complete = VantuFile::ListFiles(directory, "*.trc");

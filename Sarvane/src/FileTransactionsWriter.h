@@ -80,7 +80,6 @@ private:
     void UpdateTermOperations(TermMap& map, uint32_t& count, uint32_t& bytes);
     void UpdateSmallTerms();
     void FreeOperations();
-    std::u16string LogPrefix() const;
 
     const Vantu::SmartPtr<SarvaneInternalConfig> config_;
     const Vantu::SmartPtr<FileDocIdIndexId> documentIdMap_;
