@@ -3,7 +3,8 @@
 // Run: build/bench/doclists_bench
 #include <benchmark/benchmark.h>
 
-#include <stdlib.h>
+#include "BenchSlice.h"
+
 
 #include <filesystem>
 #include <random>
@@ -21,16 +22,10 @@ constexpr unsigned kDocuments = 1000000;
 constexpr unsigned kTerms = 64;
 
 Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(1, 1, 1);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
+    SarvaneConfig config = SarvaneBench::SliceConfig(dir);
     // Room for every collection's vector, so that "all collections" reads from the cache.
     config.SetCollectionsCacheSize(4096);
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
-
-std::string MakeDir() {
-    char pattern[] = "/tmp/doclists_bench.XXXXXX";
-    return mkdtemp(pattern);
+    return SarvaneBench::Internal(config);
 }
 
 // Documents first..last-1 spread over the collections by a fixed draw.
@@ -44,7 +39,7 @@ void AddRange(FileCollections& store, unsigned first, unsigned last) {
 
 void BM_CollectionsCommit(benchmark::State& state) {
     const unsigned perTransaction = unsigned(state.range(0));
-    const std::string dir = MakeDir();
+    const std::string dir = SarvaneBench::FreshDirectory();
     Vantu::SmartPtr<FileCollections> store(new FileCollections(ConfigIn(dir), false));
     unsigned next = 0;
     for (auto _ : state) {
@@ -57,7 +52,7 @@ void BM_CollectionsCommit(benchmark::State& state) {
 }
 
 void BM_CollectionsAllDocuments(benchmark::State& state) {
-    const std::string dir = MakeDir();
+    const std::string dir = SarvaneBench::FreshDirectory();
     Vantu::SmartPtr<FileCollections> store(new FileCollections(ConfigIn(dir), false));
     AddRange(*store, 0, kDocuments);
     for (auto _ : state) {
@@ -70,7 +65,7 @@ void BM_CollectionsAllDocuments(benchmark::State& state) {
 }
 
 void BM_SmallTermsColdLoad(benchmark::State& state) {
-    const std::string dir = MakeDir();
+    const std::string dir = SarvaneBench::FreshDirectory();
     Vantu::SmartPtr<FileSmallTerms> store(new FileSmallTerms(ConfigIn(dir), false));
     std::mt19937 draw(5);
     store->BeginTransaction();

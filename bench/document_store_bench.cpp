@@ -4,10 +4,10 @@
 // Run: SARVANE_CORPUS=/path/to/corpus.jsonl build/bench/document_store_bench
 #include <benchmark/benchmark.h>
 
-#include <stdlib.h>
 
 #include <filesystem>
 
+#include "BenchSlice.h"
 #include "Corpus.h"
 #include "DocumentAnalyser.h"
 #include "FileDocIdIndexId.h"
@@ -24,15 +24,9 @@ namespace {
 using namespace Ostrel;
 
 Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig plain(1, 1, 1);
-    plain.SetIndexFilesPath(Vantu::FromUtf8(dir));
+    SarvaneConfig plain = SarvaneBench::SliceConfig(dir);
     plain.SetDocumentLevelSecurity(false);
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(plain));
-}
-
-std::string FreshDirectory() {
-    char pattern[] = "/tmp/sarvane-bench-XXXXXX";
-    return mkdtemp(pattern);
+    return SarvaneBench::Internal(plain);
 }
 
 // The document records of one transaction of the corpus, as the writer makes them.
@@ -41,7 +35,7 @@ const std::vector<TransactionDocumentRecord>& Records(size_t maxBytes) {
         VantuLanguage::Language language(VantuLanguage::Language::kEnglish);
         VantuLanguage::StopWords stopWords;
         const DocumentAnalyser analyser(language, stopWords);
-        const std::string dir = FreshDirectory();
+        const std::string dir = SarvaneBench::FreshDirectory();
         auto config = ConfigIn(dir);
         Vantu::SmartPtr<FileDocIdIndexId> map(new FileDocIdIndexId(config, false));
         map->RecoveryDone();
@@ -53,14 +47,8 @@ const std::vector<TransactionDocumentRecord>& Records(size_t maxBytes) {
             Vantu::SmartPtr<FileTransactionsWriter> writer(
                 new FileTransactionsWriter(config, map, path, statistics, section, pending, nullptr));
             uint32_t key = 0;
-            for (const auto& text : SarvaneBench::LoadCorpus(maxBytes)) {
-                Vantu::SmartPtr<Document> document(new Document);
-                document->URI(Vantu::FromUtf8(text.uri));
-                document->collection = 1;
-                document->size = uint32_t(text.text.size());
-                analyser.Analyse(*document, Vantu::FromUtf8(text.text));
-                writer->AddDocument(Vantu::SmartPtrToConst<Document>(document), key++);
-            }
+            for (const auto& text : SarvaneBench::LoadCorpus(maxBytes))
+                writer->AddDocument(SarvaneBench::AnalysedDocument(analyser, text), key++);
             writer->PreCommit();
             writer->Commit();
         }
@@ -94,7 +82,7 @@ void BM_StoreDocuments(benchmark::State& state) {
         state.SkipWithError("set SARVANE_CORPUS to the corpus.jsonl made by make_corpus.sh");
         return;
     }
-    const std::string dir = FreshDirectory();
+    const std::string dir = SarvaneBench::FreshDirectory();
     uint64_t diskBytes = 0;
     for (auto _ : state) {
         Vantu::SmartPtr<FileIndexedDocuments> store(new FileIndexedDocuments(ConfigIn(dir), false));
@@ -119,7 +107,7 @@ void BM_LoadDocuments(benchmark::State& state) {
         state.SkipWithError("set SARVANE_CORPUS to the corpus.jsonl made by make_corpus.sh");
         return;
     }
-    const std::string dir = FreshDirectory();
+    const std::string dir = SarvaneBench::FreshDirectory();
     Vantu::SmartPtr<FileIndexedDocuments> store(new FileIndexedDocuments(ConfigIn(dir), false));
     StoreAll(*store, records);
     store->RecoveryDone();

@@ -3,13 +3,13 @@
 // Run: SARVANE_CORPUS=/path/to/corpus.jsonl build/bench/lexicon_bench
 #include <benchmark/benchmark.h>
 
-#include <stdlib.h>
 
 #include <filesystem>
 #include <map>
 #include <random>
 #include <set>
 
+#include "BenchSlice.h"
 #include "Corpus.h"
 #include "Lexicon.h"
 #include "core/Text.h"
@@ -53,26 +53,15 @@ const Vocabulary& Words() {
     return vocabulary;
 }
 
-Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(1, 1, 1);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
-
-std::string FreshDirectory() {
-    char pattern[] = "/tmp/sarvane-bench-XXXXXX";
-    return mkdtemp(pattern);
-}
-
 void BM_LexiconInsert(benchmark::State& state) {
     const Vocabulary& v = Words();
     if (v.terms.empty()) return state.SkipWithError("set SARVANE_CORPUS to the corpus.jsonl made by make_corpus.sh");
     for (auto _ : state) {
         state.PauseTiming();
-        const std::string dir = FreshDirectory();
+        const std::string dir = SarvaneBench::FreshDirectory();
         state.ResumeTiming();
         {
-            Lexicon lexicon(ConfigIn(dir), nullptr, nullptr, false);
+            Lexicon lexicon(SarvaneBench::Internal(SarvaneBench::SliceConfig(dir)), nullptr, nullptr, false);
             for (const auto& [term, documents] : v.terms) lexicon.AddTerm(term, documents, false);
             lexicon.PreCommit(false);
             lexicon.Commit(false, nullptr);
@@ -88,8 +77,8 @@ void BM_LexiconInsert(benchmark::State& state) {
 void BM_LexiconLookup(benchmark::State& state) {
     const Vocabulary& v = Words();
     if (v.terms.empty()) return state.SkipWithError("set SARVANE_CORPUS to the corpus.jsonl made by make_corpus.sh");
-    const std::string dir = FreshDirectory();
-    Lexicon lexicon(ConfigIn(dir), nullptr, nullptr, false);
+    const std::string dir = SarvaneBench::FreshDirectory();
+    Lexicon lexicon(SarvaneBench::Internal(SarvaneBench::SliceConfig(dir)), nullptr, nullptr, false);
     for (const auto& [term, documents] : v.terms) lexicon.AddTerm(term, documents, false);
     lexicon.PreCommit(false);
     lexicon.Commit(false, nullptr);

@@ -4,7 +4,8 @@
 // Run: build/bench/postings_bench
 #include <benchmark/benchmark.h>
 
-#include <stdlib.h>
+#include "BenchSlice.h"
+
 
 #include <algorithm>
 #include <filesystem>
@@ -25,17 +26,6 @@ constexpr uint32_t kFrequentPostings = 1000000;
 constexpr uint32_t kDocuments = 100000;
 constexpr uint32_t kVocabulary = 100000;
 constexpr uint32_t kTermsPerDocument = 30;
-
-Vantu::SmartPtr<SarvaneInternalConfig> ConfigIn(const std::string& dir) {
-    SarvaneConfig config(1, 1, 1);
-    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
-    return Vantu::SmartPtr<SarvaneInternalConfig>(new SarvaneInternalConfig(config));
-}
-
-std::string FreshDirectory() {
-    char pattern[] = "/tmp/sarvane-bench-XXXXXX";
-    return mkdtemp(pattern);
-}
 
 uint64_t DirectoryBytes(const std::string& dir) {
     uint64_t total = 0;
@@ -110,10 +100,10 @@ void BM_ApplyHundredThousandDocuments(benchmark::State& state) {
     uint64_t bytes = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        const std::string dir = FreshDirectory();
+        const std::string dir = SarvaneBench::FreshDirectory();
         state.ResumeTiming();
         {
-            Vantu::SmartPtr<FileIndexedTerms> store(new FileIndexedTerms(ConfigIn(dir), false));
+            Vantu::SmartPtr<FileIndexedTerms> store(new FileIndexedTerms(SarvaneBench::Internal(SarvaneBench::SliceConfig(dir)), false));
             transaction.Apply(*store);
         }
         state.PauseTiming();
@@ -129,8 +119,8 @@ void BM_ApplyHundredThousandDocuments(benchmark::State& state) {
 
 void BM_DecodeFrequentTerm(benchmark::State& state) {
     const bool withPositions = state.range(0) != 0;
-    const std::string dir = FreshDirectory();
-    Vantu::SmartPtr<FileIndexedTerms> store(new FileIndexedTerms(ConfigIn(dir), false));
+    const std::string dir = SarvaneBench::FreshDirectory();
+    Vantu::SmartPtr<FileIndexedTerms> store(new FileIndexedTerms(SarvaneBench::Internal(SarvaneBench::SliceConfig(dir)), false));
     std::mt19937 random(5);
     // Ten transactions of 100k documents: one chunk each, appended to the term's block.
     for (uint32_t first = 0; first < kFrequentPostings; first += kFrequentPostings / 10) {

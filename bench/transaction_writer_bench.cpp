@@ -4,10 +4,10 @@
 // Run: SARVANE_CORPUS=/path/to/corpus.jsonl build/bench/transaction_writer_bench
 #include <benchmark/benchmark.h>
 
-#include <stdlib.h>
 
 #include <filesystem>
 
+#include "BenchSlice.h"
 #include "Corpus.h"
 #include "DocumentAnalyser.h"
 #include "FileDocIdIndexId.h"
@@ -33,13 +33,8 @@ const AnalysedCorpus& Analysed(size_t maxBytes) {
         VantuLanguage::StopWords stopWords;
         const DocumentAnalyser analyser(language, stopWords);
         for (const auto& text : SarvaneBench::LoadCorpus(maxBytes)) {
-            Vantu::SmartPtr<Document> document(new Document);
-            document->URI(Vantu::FromUtf8(text.uri));
-            document->collection = 1;
-            document->size = uint32_t(text.text.size());
-            analyser.Analyse(*document, Vantu::FromUtf8(text.text));
             analysed.textBytes += text.text.size();
-            analysed.documents.push_back(document);
+            analysed.documents.push_back(SarvaneBench::AnalysedDocument(analyser, text));
         }
         return analysed;
     }();
@@ -52,12 +47,10 @@ void BM_WriteTransaction(benchmark::State& state) {
         state.SkipWithError("set SARVANE_CORPUS to the corpus.jsonl made by make_corpus.sh");
         return;
     }
-    char pattern[] = "/tmp/sarvane-bench-XXXXXX";
-    const std::string dir = mkdtemp(pattern);
-    SarvaneConfig plain(1, 1, 1);
-    plain.SetIndexFilesPath(Vantu::FromUtf8(dir));
+    const std::string dir = SarvaneBench::FreshDirectory();
+    SarvaneConfig plain = SarvaneBench::SliceConfig(dir);
     plain.SetDocumentLevelSecurity(false);
-    Vantu::SmartPtr<SarvaneInternalConfig> config(new SarvaneInternalConfig(plain));
+    const Vantu::SmartPtr<SarvaneInternalConfig> config = SarvaneBench::Internal(plain);
     uint64_t peakMemory = 0, fileBytes = 0, number = 0;
     for (auto _ : state) {
         Vantu::SmartPtr<FileDocIdIndexId> map(new FileDocIdIndexId(config, false));
