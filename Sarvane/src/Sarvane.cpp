@@ -74,12 +74,9 @@ void Sarvane::Start(bool readOnly) {
         started_ = true;
     }
     ReadInfoFile(false);
+    // The stores end their recovery once, with the counters loaded; a writable slice then starts its reader.
     stores_->RecoveryDone();
-    // A read-only slice has no reader to finish the stores' recovery: it ends here.
-    if (readOnly)
-        stores_->RecoveryDone();
-    else
-        StartTransactionsReader();
+    if (!readOnly) StartTransactionsReader();
 }
 
 void Sarvane::Stop(bool abortTransaction) {
