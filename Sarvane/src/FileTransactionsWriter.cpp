@@ -136,7 +136,8 @@ uint32_t FileTransactionsWriter::AddDocument(const Vantu::SmartPtrToConst<Docume
 void FileTransactionsWriter::AddTermOperations(DocumentWordStream::TermList& terms, uint32_t id, TermMap& map,
                                                uint32_t& count, uint32_t& bytes) {
     if (terms.empty()) return;
-    TransactionTermOperation* operations = operationBlocks_.emplace_back(new TransactionTermOperation[terms.size()]).get();
+    TransactionTermOperation* operations =
+        operationBlocks_.emplace_back(new TransactionTermOperation[terms.size()]).get();
     operationsHeld_ += terms.size();
     for (size_t i = 0; i < terms.size(); ++i) {
         DocumentWordStream::Term& term = terms[i];
@@ -291,7 +292,8 @@ void FileTransactionsWriter::PreCommit() {
 void FileTransactionsWriter::WriteTermTable(Vantu::BaseBinaryStream& stream, TermMap& map) {
     stream << uint32_t(map.size());
     // The table frees itself as it goes: the memory of a large transaction shrinks while it is written.
-    for (auto at = map.begin(); at != map.end(); at = map.erase(at)) WriteTransactionTerm(stream, at->first, at->second);
+    for (auto at = map.begin(); at != map.end(); at = map.erase(at))
+        WriteTransactionTerm(stream, at->first, at->second);
 }
 
 void FileTransactionsWriter::WriteSections(Vantu::BaseBinaryStream& stream) {
@@ -420,7 +422,8 @@ void FileTransactionsWriter::DoRecovery(const Vantu::SmartPtr<SarvaneInternalCon
         // The container decided to keep the transaction: finish its commit.
         open(36);
         documentIdMap.Commit();
-        VantuFile::RenameDurably(complete.front(), Narrow(SarRemoveTransactionState(Vantu::FromUtf8(complete.front()))));
+        const std::string& transaction = complete.front();
+        VantuFile::RenameDurably(transaction, Narrow(SarRemoveTransactionState(Vantu::FromUtf8(transaction))));
         entry->SetProgress(0.8);
     } else {
         if (!unfinished.empty() || !complete.empty()) open(37);

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "SarException.h"
+#include "SarStoreFiles.h"
 #include "SarThreads.h"
 #include "SarTransactionRecords.h"
 #include "SarvaneConfigLock.h"
@@ -440,9 +441,8 @@ uint64_t Sarvane::GetDiskSpaceUsed() const {
         VantuThread::ReadLocker files(filesLock_);
         if (stores_) total += stores_->GetDiskSpaceUsed();
     }
-    std::error_code error;
-    for (const char* pattern : {SarIndexInfo::kFileName, "Index-*.tr?*"})
-        for (const std::string& path : VantuFile::ListFiles(directory, pattern)) total += std::filesystem::file_size(path, error);
+    for (const char* pattern : {SarIndexInfo::kFileName, kTransactionPattern})
+        for (const std::string& path : VantuFile::ListFiles(directory, pattern)) total += SarSizeOnDisk(path);
     return total;
 }
 

@@ -17,8 +17,8 @@ bool Term::GetDocumentWeight(uint32_t documentId, bool binarySearch, const DocID
             }
         return false;
     }
-    const DocIDWeightStruct* at = std::lower_bound(
-        start, end, documentId, [](const DocIDWeightStruct& posting, uint32_t id) { return posting.DocumentId() < id; });
+    const auto before = [](const DocIDWeightStruct& posting, uint32_t id) { return posting.DocumentId() < id; };
+    const DocIDWeightStruct* at = std::lower_bound(start, end, documentId, before);
     if (at == end || at->DocumentId() != documentId) return false;
     found = at;
     return true;
