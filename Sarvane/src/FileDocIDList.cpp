@@ -1,13 +1,11 @@
 #include "FileDocIDList.h"
 
-#include "SarStoreFiles.h"
-
 #include <algorithm>
 #include <cstring>
-#include <sys/stat.h>
 #include <vector>
 
 #include "SarException.h"
+#include "SarStoreFiles.h"
 #include "SarvaneConfigLock.h"
 #include "core/Exception.h"
 #include "core/Text.h"

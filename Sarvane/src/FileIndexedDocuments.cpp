@@ -1,12 +1,11 @@
 #include "FileIndexedDocuments.h"
 
-#include "SarStoreFiles.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <sys/stat.h>
 
+#include "SarStoreFiles.h"
+#include "SarTransactionRecords.h"
 #include "SarvaneConfigLock.h"
 #include "SarvaneConfigValues.h"
 #include "core/Text.h"
@@ -210,14 +209,7 @@ uint32_t FileIndexedDocuments::ReadWords(const IndexFileStruct& record, std::map
     ResetReader();
     dataInput_.SeekG(record.offset + record.size + 4);
     inflater_.SetLimit(wordsSize);
-    uint32_t count;
-    documentStream_ >> count;
-    for (uint32_t i = 0; i < count; ++i) {
-        std::u16string word;
-        uint8_t frequency;
-        documentStream_ >> word >> frequency;
-        words[word] += uint32_t(frequency) + 1;
-    }
+    ReadTransactionWords(documentStream_, words);
     ResetReader();
     return wordsSize;
 }

@@ -1,12 +1,10 @@
 #include "FileIndexedTerms.h"
 
-#include "SarStoreFiles.h"
-
 #include <algorithm>
 #include <cstring>
 #include <optional>
-#include <sys/stat.h>
 
+#include "SarStoreFiles.h"
 #include "SarvaneConfigLock.h"
 #include "core/Text.h"
 #include "file/BinaryStreamException.h"

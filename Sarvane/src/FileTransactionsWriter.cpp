@@ -210,13 +210,8 @@ void FileTransactionsWriter::AddCustomFields(std::vector<DocumentWordStream::Fie
 void FileTransactionsWriter::AddWordCorrectorWords(const std::vector<DocumentWordStream::WordCount>& words) {
     WriteUnit(wordsOutput_, [&](Vantu::BaseBinaryStream& out) {
         out << uint32_t(words.size());
-        for (const auto& [word, frequency] : words) {
-            // A frequency is at least 1; one byte tells up to 256, and the sums count what the byte tells, so
-            // the reader can later take out exactly what was put in.
-            const uint8_t told = uint8_t(std::min<uint32_t>(std::max<uint32_t>(frequency, 1) - 1, 255));
-            out << std::u16string_view(word) << told;
-            wordCorrectorWords_[word] += told + 1u;
-        }
+        for (const auto& [word, frequency] : words)
+            wordCorrectorWords_[word] += WriteTransactionWord(out, word, frequency);
     });
 }
 

@@ -1,5 +1,7 @@
 #include "SarTransactionRecords.h"
 
+#include <algorithm>
+
 #include "SarStoreFiles.h"
 #include "SarTransaction.h"
 #include "file/BinaryStreamException.h"
@@ -72,6 +74,24 @@ void TransactionDocumentRecord::Read(Vantu::BaseBinaryStream& stream, bool secur
     denied.clear();
     if (securityEnabled)
         for (auto* list : {&allowed, &denied}) ReadList(stream, *list);
+}
+
+uint32_t WriteTransactionWord(Vantu::BaseBinaryStream& stream, const std::u16string& word, uint32_t frequency) {
+    // A frequency is at least 1: a word that occurs does so once at the least.
+    const uint8_t told = uint8_t(std::min<uint32_t>(std::max<uint32_t>(frequency, 1) - 1, 255));
+    stream << std::u16string_view(word) << told;
+    return told + 1u;
+}
+
+void ReadTransactionWords(Vantu::BaseBinaryStream& stream, std::map<std::u16string, uint32_t>& words) {
+    uint32_t count;
+    stream >> count;
+    for (uint32_t i = 0; i < count; ++i) {
+        std::u16string word;
+        uint8_t told;
+        stream >> word >> told;
+        words[word] += uint32_t(told) + 1;
+    }
 }
 
 Vantu::FastVector<unsigned int> TransactionTermEntry::Positions() const {

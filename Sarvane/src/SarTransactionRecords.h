@@ -39,6 +39,12 @@ struct TransactionDocumentRecord {
     bool operator==(const TransactionDocumentRecord&) const = default;
 };
 
+// A document's word list, the unit of a document record's `words`: u32 n, then n times a wide word and a u8 that
+// is its frequency minus 1, at most 255. So a frequency above 256 counts as 256, and a reader takes out exactly
+// what the writer put in. Writing one word returns what its byte tells (1 to 256); reading adds that to `words`.
+uint32_t WriteTransactionWord(Vantu::BaseBinaryStream& stream, const std::u16string& word, uint32_t frequency);
+void ReadTransactionWords(Vantu::BaseBinaryStream& stream, std::map<std::u16string, uint32_t>& words);
+
 // One operation of a term table with its position data, as read back.
 struct TransactionTermEntry {
     TransactionTermOperation operation;
