@@ -231,6 +231,8 @@ void FileIndexedTerms::SaveInfoInInfoFile(IndexFileStruct& record) {
     while (!newPostings_.empty()) {
         const uint32_t documents = record.NumberOfDocuments();
         if (documents + newPostings_.size() <= kInlinePostings) {
+            // A fresh record names no block with all ones; inline entries past the count are zeros instead.
+            if (documents == 0) std::fill(record.bytes.begin() + 5, record.bytes.end(), uint8_t(0));
             for (size_t i = 0; i < newPostings_.size(); ++i)
                 record.SetInline(uint32_t(documents + i), newPostings_[i], newPositions_[i]);
             record.SetNumberOfDocuments(uint32_t(documents + newPostings_.size()));
