@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang (ASan+UBSan) in ./build-fuzz and runs one of them.
 # Usage: scripts/fuzz.sh [target] [seconds]     e.g. scripts/fuzz.sh SarQueryParse_fuzz 600
+#                                               or scripts/fuzz.sh SarIndexCheck_fuzz 3600
 set -euo pipefail
 cd "$(dirname "$0")/.."
 target=${1:-SarQueryParse_fuzz}
@@ -15,4 +16,10 @@ cmake --build build-fuzz --target "$target"
 corpus=build-fuzz/corpus/${target%_fuzz}
 mkdir -p "$corpus"
 cp -n tests/fuzz/corpus/${target%_fuzz}/* "$corpus"/ 2>/dev/null || true
+# A target whose seed is built rather than kept in the tree (the checker's: a whole slice) gets it from its
+# bounded test.
+if [ ! -d "tests/fuzz/corpus/${target%_fuzz}" ]; then
+  cmake --build build-fuzz --target "fuzz_${target}_test"
+  SARVANE_FUZZ_SEEDS="$corpus" ./build-fuzz/tests/"fuzz_${target}_test"
+fi
 ./build-fuzz/tests/"$target" -max_total_time="$seconds" -timeout=5 -rss_limit_mb=2048 "$corpus"
