@@ -371,9 +371,6 @@ private:
         const uint64_t length = files.ReadBlock(id, record, document, words);
         blocks.push_back({record.offset, length, "document " + std::to_string(id)});
         Progress(length);
-        if (document.documentId != id)
-            Fault(files.data.Name(), record.offset, "document-id",
-                  "the record of id " + std::to_string(id) + " holds document " + std::to_string(document.documentId));
         RankingEngineDocWeight signature;
         std::copy(document.signature.begin(), document.signature.end(), signature.bytes.begin());
         signature.SetRankValue(record.weight.RankValue());

@@ -12,6 +12,7 @@
 #include "FileCollections.h"
 #include "FileSmallTerms.h"
 #include "SliceFiles.h"
+#include "SliceCheck.h"
 #include "TempDir.h"
 #include "core/Text.h"
 #include "file/FileSystem.h"
@@ -105,6 +106,7 @@ TEST(FileDocIDList, DeltasReadBackAsTheUnionWithTheLaterRemovalWinningAndTheLast
     EXPECT_EQ(pty, std::string("\x01\0\0\0\0\0\0\0\xFF\xFF\xFF\xFF", 12));
     Commit(*store, {{7, 4}});
     EXPECT_EQ(RecordOf(dir.Path(), "Collections", 4).blockStart, 0u) << "the freed place is used again";
+    ExpectSliceSound(dir.Path());
 }
 
 TEST(FileDocIDList, TheDeltaThatExactlyFitsIsAppendedAndOneByteMoreRewritesTheList) {
@@ -252,7 +254,7 @@ TEST(FileDocIDList, ACommitCutShortAnywhereEndsByteIdenticalWhenCommittedAgain) 
         if (DocumentsOf(*store, {1}).size() != 2502) return "list 1 reads wrong";
         if (!DocumentsOf(*store, {2}).empty()) return "list 2 isn't empty";
         if (DocumentsOf(*store, {5}) != std::vector<unsigned>{6}) return "list 5 reads wrong";
-        return "";
+        return SliceFaults(dir);
     };
     const CrashReport report = RunAtEveryCrashPoint(s, {CrashMode::ProcessDeath, CrashMode::PowerLoss});
     EXPECT_GE(report.crashPoints.size(), 8u) << "a crash point after each record";
@@ -343,4 +345,5 @@ TEST(FileDocIDList, CompactionDropsDeletedDocumentsRenumbersSmallTermsAndCopiesA
     documents.clear();
     terms->GetValidDocuments(kTerm + 2, documents);
     EXPECT_EQ(Members(documents), (std::vector<unsigned>{5, 6})) << "the store reads on after the copy";
+    for (const TempDir* slice : {&dir, &target, &copy}) ExpectSliceSound(slice->Path());
 }

@@ -4,6 +4,7 @@
 #include "MessageIdOf.h"
 #include "SarException.h"
 #include "SarvaneInternalConfig.h"
+#include "SliceCheck.h"
 #include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/Text.h"
@@ -73,6 +74,7 @@ TEST(FileDocIdIndexId, TheCounterLivesInTheTreeAndRollsBackWithIt) {
     auto reopened = Open(dir.Path(), true);
     EXPECT_EQ(reopened->GetCurrentDocId(), 2u);
     EXPECT_EQ(reopened->GetDocId(2), 1u);
+    ExpectSliceSound(dir.Path());
 }
 
 TEST(FileDocIdIndexId, TheLastIdIsAcceptedAndTheNextAddRaisesMessage30) {

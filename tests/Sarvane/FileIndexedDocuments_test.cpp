@@ -9,6 +9,7 @@
 
 #include "CrashHarness.h"
 #include "SarTransactionRecords.h"
+#include "SliceCheck.h"
 #include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/Text.h"
@@ -57,6 +58,7 @@ Doc MakeDoc(uint32_t id, uint16_t collection, Words words = {}, bool shingles = 
     d.record.collection = collection;
     d.record.size = (flags & IndexedDocument::kSizeNotCounted) ? 0 : d.indexed.size;
     d.record.signature.fill(uint8_t(id));
+    d.indexed.signature = d.record.signature;
     d.record.stored = Unit([&](Vantu::BaseBinaryStream& out) { d.indexed.Save(out); });
     if (!words.empty())
         d.record.words = Unit([&](Vantu::BaseBinaryStream& out) {
@@ -151,6 +153,7 @@ TEST(FileIndexedDocuments, CommittedDocumentsLoadBackByteForByteAndGapsAreBlank)
     store = nullptr;
     store = Open(dir.Path());
     for (const Doc& d : docs) EXPECT_EQ(store->GetDocumentWeight(d.record.documentId), WeightOf(d));
+    ExpectSliceSound(dir.Path());
 }
 
 TEST(FileIndexedDocuments, DeletionFreesTheBlockCountsWordsAndTheStatisticsTravelThroughIndexInfo) {
@@ -218,6 +221,7 @@ TEST(FileIndexedDocuments, DeletionFreesTheBlockCountsWordsAndTheStatisticsTrave
     EXPECT_EQ(statistics.collections[9].pendingAdded, 6u);
     EXPECT_EQ(statistics.collections[1].deleted, 2u);
     EXPECT_EQ(statistics.collections[7].size, 2005u);
+    ExpectSliceSound(dir.Path());
 }
 
 TEST(FileIndexedDocuments, RankUpdatesReplaceRanksUpToTheLastListedId) {
@@ -321,7 +325,7 @@ TEST(FileIndexedDocuments, ACommitCutShortAnywhereEndsByteIdenticalWhenReplayed)
         Store store = Open(dir);
         if (store->LoadDocument(1) || !store->LoadDocument(9)) return "the wrong documents load";
         if (store->GetDocumentWeight(3).RankValue() != 1.5f) return "the rank of 3 is lost";
-        return "";
+        return SliceFaults(dir);
     };
     const CrashReport report = RunAtEveryCrashPoint(s);
     EXPECT_GE(report.crashPoints.size(), 6u);
@@ -360,7 +364,8 @@ TEST(FileIndexedDocuments, RollbackAfterPreCommitRestoresTheFreeListAndRemovesTh
     s.check = [&](const std::string& path, const CrashCase&) -> std::string {
         const std::string verdict = rollBackThenAdd(*Open(path), path);
         if (!verdict.empty()) return verdict;
-        return Snapshot(path) == expected ? "" : "the files differ from a store that never saw the transaction";
+        if (Snapshot(path) != expected) return "the files differ from a store that never saw the transaction";
+        return SliceFaults(path);
     };
     const CrashReport report = RunAtEveryCrashPoint(s, {CrashMode::ProcessDeath, CrashMode::PowerLoss});
     EXPECT_TRUE(report.failures.empty()) << report.Summary();
@@ -492,4 +497,5 @@ TEST(FileIndexedDocuments, ShrinkMovesKeptDocumentsDownBackToBackAndLeavesNoDele
     memory.SeekG(4 + count * 26);
     stream >> bits;
     EXPECT_EQ(bits, 1u << 18);
+    for (const TempDir* slice : {&dir, &compacted, &copied}) ExpectSliceSound(slice->Path());
 }

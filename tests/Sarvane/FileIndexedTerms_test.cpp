@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "CrashHarness.h"
+#include "SliceCheck.h"
 #include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/LogEntry.h"
@@ -223,6 +224,7 @@ TEST(FileIndexedTerms, EachBoundaryRoundTrips) {
 
     // Everything reads back the same from a fresh store.
     EXPECT_EQ(Differs(*Open(dir.Path()), model), "");
+    ExpectSliceSound(dir.Path());
 }
 
 TEST(FileIndexedTerms, ARewriteDropsDeletedDocumentsAndFreesTheOldBlockOnlyAfterItsRecord) {
@@ -270,6 +272,7 @@ TEST(FileIndexedTerms, ARewriteDropsDeletedDocumentsAndFreesTheOldBlockOnlyAfter
     store->Commit(false, nullptr);
     EXPECT_EQ(RecordOf(dir.Path(), 2).bytes, Record().bytes);
     EXPECT_EQ(store->LoadTerm(2, true)->GetNumberOfDocuments(), 0u);
+    ExpectSliceSound(dir.Path());
 }
 
 // D6: ids that the Lexicon gave to terms without postings, or that lie beyond a whole batch, get fresh records.
@@ -294,6 +297,7 @@ TEST(FileIndexedTerms, GapsInTermIdsLeaveFreshRecordsNeverZeroedOnes) {
     Apply(*store, third);
     Fold(model, third);
     EXPECT_EQ(Differs(*store, model), "");
+    ExpectSliceSound(dir.Path());
 }
 
 TEST(FileIndexedTerms, ALogWithoutItsEndRaisesAtTheEndOfTheFile) {
@@ -401,7 +405,8 @@ TEST(FileIndexedTerms, ACommitCutShortAnywhereEndsByteIdenticalWhenReplayed) {
         if (files.pty != after.pty) return "Terms.tin.pty differs";
         for (int n = 0; n < 4; ++n)
             if (files.tps[n] != after.tps[n]) return "Terms." + std::to_string(n) + ".tps differs";
-        return Differs(*Open(dir), Both());
+        const std::string differs = Differs(*Open(dir), Both());
+        return differs.empty() ? SliceFaults(dir) : differs;
     };
     const CrashReport report = RunAtEveryCrashPoint(s, {CrashMode::ProcessDeath, CrashMode::PowerLoss});
     EXPECT_GE(report.crashPoints.size(), 6u);

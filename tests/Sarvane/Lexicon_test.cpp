@@ -5,6 +5,7 @@
 
 #include "CrashHarness.h"
 #include "Lexicon.h"
+#include "SliceCheck.h"
 #include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/LogEntry.h"
@@ -71,6 +72,7 @@ TEST(Lexicon, TermsTakeIdsFromTwoCountersAndStandInTheTreeTheirCountChooses) {
     // The ids are stable across a reopen; the counters come back from the saved counters.
     Lexicon reopened(SliceConfigIn(dir.Path()), nullptr, nullptr, true);
     EXPECT_EQ(reopened.FindTerm("common"), 1u);
+    ExpectSliceSound(dir.Path());
 }
 
 // A rolled-back transaction gives its ids out again; the cache must not keep one of them for its old term, or
@@ -162,6 +164,7 @@ TEST(Lexicon, ACrashInATransactionNeverLetsTwoTermsShareAnId) {
     };
     s.check = [](const std::string& dir, const CrashCase& c) -> std::string {
         auto lexicon = Recover(dir);
+        if (const std::string faults = SliceFaults(dir); !faults.empty()) return faults;
         const bool kept = lexicon->FindTerm("new0") != Term::kNoTermId;
         if ((c.completed || VantuFile::FileExists(Decided(dir))) != kept) return "the decision was not followed";
         if (lexicon->FindTerm("old5") == Term::kNoTermId) return "a committed term is lost";
@@ -240,4 +243,5 @@ TEST(Lexicon, PostingsGoThroughTheDictionaryAndARareTermMovesWhenItPasses25Docum
     lexicon.BeginTransaction();
     lexicon.Rollback();
     EXPECT_FALSE(VantuFile::FileExists(dir / "Terms.ttr"));
+    ExpectSliceSound(dir.Path());
 }
