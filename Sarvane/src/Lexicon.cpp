@@ -1,5 +1,9 @@
 #include "Lexicon.h"
 
+#include <algorithm>
+#include <bit>
+
+#include "SarException.h"
 #include "SarStoreFiles.h"
 
 namespace Ostrel {
@@ -7,6 +11,28 @@ namespace Ostrel {
 namespace {
 
 constexpr uint32_t kPageSize = 0x10000;
+
+// The key of a custom-field tree: the field's key, a 0 byte (no name holds one), then the value in bytes whose
+// order is the values' order, so that all keys of a field stand together and a range of values is a range of keys.
+std::string FieldTreeKey(const std::string& name, const CustomFieldValue& value) {
+    std::string key = name;
+    key.push_back('\0');
+    const auto bigEndian = [&](uint64_t bits, int bytes) {
+        for (int i = bytes - 1; i >= 0; --i) key.push_back(char(bits >> (8 * i)));
+    };
+    switch (value.GetForm()) {
+    case CustomFieldValue::kString: key += value.GetString(); break;
+    case CustomFieldValue::kDouble: {
+        // Negative numbers turn all their bits, positive ones only the sign: the bytes then order as the numbers.
+        const uint64_t bits = std::bit_cast<uint64_t>(value.GetDouble());
+        bigEndian(bits >> 63 ? ~bits : bits | (uint64_t(1) << 63), 8);
+        break;
+    }
+    case CustomFieldValue::kDate: bigEndian(value.GetDate().Seconds(), 4); break;
+    case CustomFieldValue::kLong: bigEndian(uint32_t(value.GetLong()) ^ 0x80000000u, 4); break;
+    }
+    return key;
+}
 
 }  // namespace
 
@@ -102,6 +128,51 @@ void Lexicon::AddDocumentsForTerm(uint32_t termId, const FileIndexedTerms::Opera
 
 void Lexicon::AddDocumentsForTerm(const std::string& term, const Vantu::FastVector<unsigned int>& documents) {
     smallTerms_->AddDocuments(AddTerm(term, kFrequentDocuments, true), documents);
+}
+
+uint8_t Lexicon::NoteCustomField(const std::string& name, uint8_t type, uint32_t documentId) {
+    std::lock_guard<std::mutex> hold(termsSection_);
+    const auto at = std::lower_bound(customFieldInfos_.begin(), customFieldInfos_.end(), name,
+                                     [](const SarFieldInfo& info, const std::string& n) { return info.name < n; });
+    const uint32_t highest = documentId == kNoDocument ? 0 : documentId;
+    if (at == customFieldInfos_.end() || at->name != name) {
+        customFieldInfos_.insert(at, SarFieldInfo{name, type, highest});
+        return type;
+    }
+    if (at->type == type) at->highestDocumentId = std::max(at->highestDocumentId, highest);
+    return at->type;
+}
+
+uint32_t Lexicon::AddCustomField(const CustomField& field, uint32_t documentId) {
+    const std::string name = CustomField::MakeKey(field.Name());
+    if (NoteCustomField(name, field.GetType(), documentId) != field.GetType())
+        throw SarInvalidCustomField(SAR_MESSAGE(14, field.Name().substr(1)));
+    const std::string key = FieldTreeKey(name, field.Value());
+    const auto list = [&](ValueFieldTree& values) {
+        std::lock_guard<std::mutex> hold(values.section);
+        if (documentId != kNoDocument) values.tree.Insert(key, documentId);
+        return Term::kNoTermId;
+    };
+    switch (field.GetType()) {
+    case CustomField::kString: {
+        std::lock_guard<std::mutex> hold(stringCustomFields_.section);
+        if (const auto found = stringCustomFields_.tree.Find(key); found != stringCustomFields_.tree.end())
+            return found->second;
+        // The tree refuses a key too long before the counter moves, so a refused value uses no id.
+        uint32_t id;
+        {
+            std::lock_guard<std::mutex> counter(termsSection_);
+            id = nextTermId_;
+        }
+        stringCustomFields_.tree.Insert(key, id);
+        std::lock_guard<std::mutex> counter(termsSection_);
+        return nextTermId_++;
+    }
+    case CustomField::kDouble: return list(doubleCustomFields_);
+    case CustomField::kDate: return list(dateCustomFields_);
+    case CustomField::kLong: return list(longCustomFields_);
+    default: return Term::kNoTermId;
+    }
 }
 
 void Lexicon::GetDocumentsListForSmallTerm(const std::string& term, VantuAlgo::BitVector& documents) const {

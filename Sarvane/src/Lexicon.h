@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "CustomField.h"
 #include "FileIndexedTerms.h"
 #include "FileSmallTerms.h"
 #include "SarIndexInfo.h"
@@ -40,6 +41,8 @@ public:
     // The longest term in bytes that intake passes on: far below what a tree record holds, so that a committed
     // transaction can always be applied. Longer terms are dropped where they enter.
     static constexpr size_t kMaxTermSize = 1000;
+    // The document id of a custom field that only makes its field and value known.
+    static constexpr uint32_t kNoDocument = 0xFFFFFF;
 
     // Opens both trees, under the configuration's read lock. `terms` holds the postings of the large terms and
     // `smallTerms` the document lists of the small ones; a compaction target, which only rebuilds its trees, has
@@ -62,6 +65,11 @@ public:
     void AddDocumentsForTerm(uint32_t termId, const FileIndexedTerms::Operations& operations);
     // A small term: the documents that have a custom field. It always stands in the frequent tree.
     void AddDocumentsForTerm(const std::string& term, const Vantu::FastVector<unsigned int>& documents);
+    // Makes the field known with its type (fixed on first sight) and indexes its value: a string value is a term,
+    // whose id comes back, given from the large counter when new; a double, date or long value lists `documentId`
+    // under it (kNoDocument: the field only becomes known) and gives Term::kNoTermId. A field known with another
+    // type raises SarInvalidCustomField (message 14) and changes nothing. The reader thread only.
+    uint32_t AddCustomField(const CustomField& field, uint32_t documentId);
     // ORs the documents of a small term into `documents`; an unknown term changes nothing.
     void GetDocumentsListForSmallTerm(const std::string& term, VantuAlgo::BitVector& documents) const;
     // Null for a term the dictionary doesn't know, an alias resolved first; an empty Term for a known term
@@ -111,6 +119,9 @@ private:
     void ForEachFieldTree(const std::function<void(VantuBTree::BTree&)>& step,
                           const std::function<void(double)>& after = {}) const;
 
+    // Enters or updates the field's entry of customFieldInfos_ and gives the type it is known with.
+    uint8_t NoteCustomField(const std::string& name, uint8_t type, uint32_t documentId);
+
     // Under termsSection_.
     uint32_t Find(const std::string& term) const;
     std::string ResolveAlias(const std::string& term) const;
@@ -128,7 +139,7 @@ private:
     ValueFieldTree doubleCustomFields_;
     ValueFieldTree dateCustomFields_;
     ValueFieldTree longCustomFields_;
-    // Passed through "Index.info" unchanged until the custom-field index keeps it.
+    // The fields seen, ascending by name; kept in "Index.info". Under termsSection_.
     std::vector<SarFieldInfo> customFieldInfos_;
     std::map<std::string, std::string> customFieldAliases_;
     mutable std::mutex aliasesSection_;

@@ -7,7 +7,9 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "FileTransactionsReader.h"
 #include "SarException.h"
+#include "SarLog.h"
 #include "SarStoreFiles.h"
 #include "SarThreads.h"
 #include "SarTransactionRecords.h"
@@ -75,16 +77,19 @@ void Sarvane::Start(bool readOnly) {
         started_ = true;
     }
     ReadInfoFile(false);
-    // The stores end their recovery once, with the counters loaded; a writable slice then starts its reader.
-    stores_->RecoveryDone();
-    if (!readOnly) StartTransactionsReader();
+    // The stores end their recovery once, with the counters loaded: on a writable slice the reader does it,
+    // after it settled what a crash left.
+    if (readOnly)
+        stores_->RecoveryDone();
+    else
+        StartTransactionsReader();
 }
 
 void Sarvane::Stop(bool abortTransaction) {
+    abortFlag_ = abortTransaction;
     flushRequested_ = false;
     readerExitFlag_ = true;
     stopFlag_ = true;
-    abortFlag_ = abortTransaction;
     transactionsEvent_.Post();
     flushDoneEvent_.Post();
     // Waits for the reader's end while holding nothing it could need (T1).
@@ -138,6 +143,7 @@ void Sarvane::PreCommitFromReader() {
 void Sarvane::CommitFromReader() {
     CheckWritable();
     SarIndexInfo::Commit(Directory());
+    ReadInfoFile(false);
 }
 
 void Sarvane::RollbackFromReader() {
@@ -174,19 +180,29 @@ void Sarvane::StartTransactionsReader() {
 
 void* Sarvane::ReadTransactions(void*) {
     try {
-        RecoverStoresFromReader();
-        // Counted before Start returns, so that a started slice already reports what it found.
-        CountPendingTransactions();
-        readerStartedEvent_.Post();
-        RunReaderLoop();
+        SarLogged(log_, SarvaneSuffix::ReadTransactions, [&] {
+            // Its construction settles what a crash left in the stores.
+            FileTransactionsReader reader(*this, *stores_, config_, abortFlag_, log_);
+            // Counted before Start returns, so that a started slice already reports what it found.
+            CountPendingTransactions();
+            readerStartedEvent_.Post();
+            RunReaderLoop(reader);
+        });
     } catch (...) {
         ReaderFailed(std::current_exception());
     }
     return nullptr;
 }
 
+std::vector<std::string> Sarvane::ListTransactions() const {
+    std::vector<std::string> transactions = VantuFile::ListFiles(Directory(), kTransactionFiles);
+    // The numbers are zero-padded, so the names sort as the numbers do.
+    std::sort(transactions.begin(), transactions.end());
+    return transactions;
+}
+
 void Sarvane::CountPendingTransactions() {
-    const std::vector<std::string> transactions = VantuFile::ListFiles(Directory(), kTransactionFiles);
+    const std::vector<std::string> transactions = ListTransactions();
     std::lock_guard<std::mutex> hold(statisticsLock_);
     RefreshStoredStatistics();
     for (auto& [id, collection] : statistics_.collections) collection.pendingAdded = collection.pendingDeleted = 0;
@@ -198,21 +214,30 @@ void Sarvane::CountPendingTransactions() {
     pendingTransactions_ = uint32_t(transactions.size());
 }
 
-void Sarvane::RunReaderLoop() {
+void Sarvane::RunReaderLoop(FileTransactionsReader& reader) {
+    std::vector<std::string> pending;  // in number order
     while (!readerExitFlag_) {
         // Read before looking for work, so that a flush asked for after an empty look waits for the next (T3).
         const bool flushWanted = flushRequested_;
-        // Applying "Index-*.trn" files comes with the transaction reader; until then none is ever at hand.
-        if (flushWanted && flushRequested_.exchange(false)) flushDoneEvent_.Post();
+        if (pending.empty()) pending = ListTransactions();
+        if (pending.empty()) {
+            if (flushWanted && flushRequested_.exchange(false)) flushDoneEvent_.Post();
+        } else {
+            const std::string path = pending.front();
+            pending.erase(pending.begin());
+            if (!reader.ApplyTransaction(path, statistics_, statisticsLock_)) break;
+            std::lock_guard<std::mutex> hold(statisticsLock_);
+            --pendingTransactions_;
+            continue;
+        }
         if (readerExitFlag_) break;
         transactionsEvent_.Wait();
-        // The flag is read again at the top, so a reset here never loses a stop.
+        // A commit that signalled before this reset renamed its file before: the next listing finds it.
         if (!readerExitFlag_) transactionsEvent_.Reset();
     }
 }
 
 void Sarvane::ReaderFailed(std::exception_ptr failure) {
-    VantuThread::ReportFailure(kTransactionReaderThreadName, failure);
     {
         std::lock_guard<std::mutex> hold(statisticsLock_);
         readerFailure_ = failure;
@@ -257,8 +282,8 @@ void Sarvane::DoRecovery(bool recover) {
 }
 
 void Sarvane::CheckForRecovery() const {
-    // The transaction reader adds its own test for a transaction in work when it comes.
-    if (FileTransactionsWriter::CheckForRecovery(*config_)) throw SarCannotDoRecoveryIndexIsReadOnly();
+    if (FileTransactionsWriter::CheckForRecovery(*config_) || FileTransactionsReader::CheckForRecovery(*config_))
+        throw SarCannotDoRecoveryIndexIsReadOnly();
 }
 
 void Sarvane::DeleteIndex() {

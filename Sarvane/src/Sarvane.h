@@ -27,6 +27,8 @@
 
 namespace Ostrel {
 
+class FileTransactionsReader;
+
 class Sarvane : public SarvaneCallInterface {
 public:
     // Copies the configuration and creates the index directory; opens no store.
@@ -87,15 +89,12 @@ public:
     void RecoveryDoneFromReader();
 
     bool IsStarted() const { return started_; }
+    // From the first step of Stop on; an aborting stop has set its flag before.
+    bool IsStopping() const { return stopFlag_; }
     bool IsReadOnly() const { return readOnly_; }
     void AddDocumentContainingShingle() { ++documentsWithShingles_; }
     void DeleteDocumentContainingShingle() { --documentsWithShingles_; }
     int32_t GetDocumentsWithShingles() const { return documentsWithShingles_; }
-
-protected:
-    // The reader's first step, before the slice counts as up: building the transaction reader runs the
-    // recovery of the stores here. A failure ends the reader and reaches Start.
-    virtual void RecoverStoresFromReader() {}
 
 private:
     std::string Directory() const;
@@ -106,8 +105,11 @@ private:
     // The open transaction, made with the next free number when there is none. Under writerLock_.
     FileTransactionsWriter& GetTransactionWriter();
     void StartTransactionsReader();
+    // The reader thread: settles what a crash left (a failure there reaches Start), then applies the
+    // transactions in number order until the slice stops.
     void* ReadTransactions(void*);
-    void RunReaderLoop();
+    void RunReaderLoop(FileTransactionsReader& reader);
+    std::vector<std::string> ListTransactions() const;
     void CountPendingTransactions();
     // Copies the stored per-collection numbers into statistics_; the pending ones stay. Under statisticsLock_.
     void RefreshStoredStatistics() const;

@@ -107,7 +107,9 @@ public:
     uint32_t GetDocumentDuplicateFactor() const { return documentDuplicateFactor_; }
     void SetDocumentDuplicateFactor(uint32_t percent);
 
+    // Applied transactions move to the folder "Transactions" instead of going.
     bool GetTransactionsKeep() const { return transactionsKeep_; }
+    void SetTransactionsKeep(bool keep) { transactionsKeep_ = keep; }
     bool GetDocumentLevelSecurity() const { return documentLevelSecurity_; }
     void SetDocumentLevelSecurity(bool value) { documentLevelSecurity_ = value; }
 

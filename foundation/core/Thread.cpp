@@ -72,6 +72,8 @@ void Thread::Run() {
     if (thread_.joinable()) throw ThreadException(VANTU_CORE_MESSAGE(Vantu::kThreadStartedMessage, name_));
     try {
         thread_ = std::thread(&Thread::Main, this, state_, name_);
+        // Named from here too, so that once Run returns the thread never shows the name of its starter.
+        pthread_setname_np(thread_.native_handle(), name_.substr(0, 15).c_str());
     } catch (const std::system_error& e) {
         ThrowLastError(e.code().value());
     }

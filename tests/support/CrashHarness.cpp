@@ -3,7 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <map>
 #include <sstream>
@@ -139,10 +141,15 @@ CrashReport RunAtEveryCrashPoint(const CrashScenario& scenario, const std::vecto
     CrashReport report = CountCrashPoints(scenario);
     if (!report.failures.empty()) return report;
     std::vector<CrashCase> cases;
-    for (CrashMode mode : modes) {
-        for (uint64_t op = 1; op <= report.operations; ++op) cases.push_back({mode, op, {}, 0, seed + op});
+    const char* full = std::getenv("SARVANE_CRASH_FULL");
+    const uint64_t every = full && std::string(full) == "1" ? 1 : std::max<uint64_t>(scenario.every, 1);
+    for (size_t m = 0; m < modes.size(); ++m) {
+        const CrashMode mode = modes[m];
+        for (uint64_t op = 1 + m % every; op <= report.operations; op += every) cases.push_back({mode, op, {}, 0, seed + op});
         std::map<std::string, uint64_t> seen;
-        for (const std::string& p : report.crashPoints) cases.push_back({mode, 0, p, ++seen[p], seed + cases.size()});
+        for (const std::string& p : report.crashPoints)
+            if (const uint64_t n = ++seen[p]; n == 1 || (n + m) % every == 0)
+                cases.push_back({mode, 0, p, n, seed + cases.size()});
         cases.push_back({mode, 0, {}, 0, seed});
     }
     for (CrashCase& c : cases) {

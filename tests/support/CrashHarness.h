@@ -54,6 +54,10 @@ struct CrashScenario {
     std::function<std::string(const std::string& dir, const CrashCase& c)> check;
     // Optional: adjusts the child's injector before the run (e.g. the switches that break the protocol).
     std::function<void(VantuFile::FaultInjector&)> configure;
+    // A long protocol stops before one durable operation in `every`, each mode at other operations, so that the
+    // modes together still cover `every` neighbours; SARVANE_CRASH_FULL=1 in the environment stops at all of them.
+    // The passes through a named crash point are thinned alike, its first pass always taken.
+    uint64_t every = 1;
 };
 
 struct CrashReport {
