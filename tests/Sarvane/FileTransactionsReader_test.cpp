@@ -21,6 +21,7 @@
 #include "SarException.h"
 #include "SarSliceStores.h"
 #include "Sarvane.h"
+#include "SliceCheck.h"
 #include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/EventSemaphore.h"
@@ -248,6 +249,7 @@ TEST(FileTransactionsReader, CommittedDocumentsReachEveryStoreWithTheirPostingsR
     VantuAlgo::BitVector pages;
     stores.lexicon->GetDocumentsListForSmallTerm("@pages", pages);
     EXPECT_EQ(pages.count(), 11u);  // every document but 9, deleted ones until compaction
+    ExpectSliceSound(path);
 }
 
 // Every durable step of applying a transaction, and of the recovery that follows, may be cut: the next start
@@ -264,7 +266,8 @@ TEST(FileTransactionsReader, ACrashAtAnyStepOfApplyingEndsInTheStateOfAnUninterr
     scenario.check = [&](const std::string& dir, const CrashCase&) -> std::string {
         ApplyPending(dir + "/slice");
         const std::string found = Digest(dir + "/slice");
-        return found == expected ? "" : "state after recovery:\n" + found + "\nexpected:\n" + expected;
+        if (found != expected) return "state after recovery:\n" + found + "\nexpected:\n" + expected;
+        return SliceFaults(dir + "/slice");
     };
     scenario.every = 5;
     const CrashReport report = RunAtEveryCrashPoint(scenario, {CrashMode::ProcessDeath, CrashMode::PowerLoss});
@@ -302,6 +305,7 @@ TEST(FileTransactionsReader, T2_AFailedStoreLeavesTheTransactionForTheNextStartT
         EXPECT_TRUE(log->Contains(u" : Sarvane::ReadTransactions")) << point;
         ApplyPending(path);
         EXPECT_EQ(Digest(path), expected) << point;
+        ExpectSliceSound(path);
     }
 }
 
@@ -333,6 +337,7 @@ TEST(FileTransactionsReader, AnAbortingStopLeavesAStateTheNextStartFinishes) {
         }
         ApplyPending(path);
         EXPECT_EQ(Digest(path), expected) << point;
+        ExpectSliceSound(path);
         EXPECT_TRUE(VantuFile::ListFiles(path, "Index-*").empty()) << point;
     }
 }
@@ -426,5 +431,6 @@ TEST(FileTransactionsReader, KillSoakNeverLosesNorDuplicatesACommittedDocument) 
         ASSERT_EQ(uris.size(), committed) << "kill " << round;
         for (uint32_t key = 0; key < committed; ++key)
             ASSERT_EQ(uris.count("doc:" + std::to_string(key)), 1u) << key << " after kill " << round;
+        ExpectSliceSound(path);
     }
 }

@@ -5,6 +5,8 @@
 
 #include "CrashHarness.h"
 #include "Lexicon.h"
+#include "MessageIdOf.h"
+#include "SarException.h"
 #include "SliceCheck.h"
 #include "SliceFiles.h"
 #include "TempDir.h"
@@ -244,4 +246,30 @@ TEST(Lexicon, PostingsGoThroughTheDictionaryAndARareTermMovesWhenItPasses25Docum
     lexicon.Rollback();
     EXPECT_FALSE(VantuFile::FileExists(dir / "Terms.ttr"));
     ExpectSliceSound(dir.Path());
+}
+
+// A field's type is fixed when first seen; a string value is a term with one id, other values list documents.
+TEST(Lexicon, CustomFieldsKeepTheirFirstTypeAndAStringValueKeepsItsTermId) {
+    TempDir dir;
+    Lexicon lexicon(SliceConfigIn(dir.Path()), nullptr, nullptr, false);
+    lexicon.LoadInfo(FreshInfo());
+    const CustomField author("@Author", CustomFieldValue("ann"), CustomField::kIndexed);
+    EXPECT_EQ(lexicon.AddCustomField(author, Lexicon::kNoDocument), 0u);
+    EXPECT_EQ(lexicon.AddCustomField(author, 4), 0u);  // the same value: the same term, one id used
+    EXPECT_EQ(lexicon.GetNextTermId(), 1u);
+    for (uint32_t document : {9u, 3u})
+        EXPECT_EQ(lexicon.AddCustomField(CustomField("@pages", CustomFieldValue(int32_t(-5)), CustomField::kIndexed),
+                                         document),
+                  Term::kNoTermId);
+    EXPECT_EQ(MessageIdOf<SarInvalidCustomField>([&] {
+                  lexicon.AddCustomField(CustomField("@pages", CustomFieldValue("many"), CustomField::kIndexed), 12);
+              }),
+              14);
+    SarIndexInfo info;
+    lexicon.SaveInfo(info);
+    const std::vector<SarFieldInfo> fields = {{"@author", CustomField::kString, 4}, {"@pages", CustomField::kLong, 9}};
+    EXPECT_EQ(info.fields, fields);  // keyed by the name's base form; the refused value changed nothing
+    Settle(lexicon);
+    const auto keys = TreeOf(dir / Lexicon::kStringFieldsFileName);
+    EXPECT_EQ(keys, (std::map<std::string, uint32_t>{{std::string("@author\0ann", 11), 0}}));
 }
