@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (report.progress && report.bytesTotal >= kProgressFrom) std::fputc('\n', stderr);
     std::cout << report.ToString();
-    const double megabytes = double(report.bytesChecked) / (1 << 20);
+    const double megabytes = double(report.bytesTotal) / (1 << 20);
     std::cout << argv[1] << ": " << (report.Sound() ? "sound" : "damaged") << ", " << report.Faults() << " faults, "
               << report.findings.size() - report.Faults() << " notes; " << megabytes << " MB in " << seconds << " s ("
               << (seconds > 0 ? megabytes / seconds : 0) << " MB/s)\n";

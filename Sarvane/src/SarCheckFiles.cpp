@@ -1,5 +1,6 @@
 #include "SarCheckFiles.h"
 
+#include <algorithm>
 #include <cstring>
 #include <set>
 
@@ -22,6 +23,8 @@ namespace {
 
 // The largest document id plus one: postings and lists keep 24 bits of it.
 constexpr uint64_t kDocumentIdRange = uint64_t(DocIDWeightStruct::kDocumentIdMask) + 1;
+// What a file reads ahead for small reads.
+constexpr size_t kWindow = 1 << 20;
 // Deflate never shrinks data by more than this much, so a unit of n bytes gives at most n * 1032 + 64.
 constexpr uint64_t kInflateRatio = 1032;
 
@@ -78,7 +81,16 @@ void SarCheckFile::Read(uint64_t offset, void* out, size_t size, const std::stri
     if (offset > Size() || size > Size() - offset)
         SarThrowDamage(name_, offset, rule,
                        "reads " + std::to_string(size) + " bytes past the end at " + std::to_string(Size()));
-    file_.ReadAt(offset, out, size, true);
+    if (size > kWindow / 4) {
+        file_.ReadAt(offset, out, size, true);
+        return;
+    }
+    if (offset < windowStart_ || offset + size > windowStart_ + window_.size()) {
+        windowStart_ = offset;
+        window_.resize(size_t(std::min<uint64_t>(kWindow, Size() - offset)));
+        file_.ReadAt(offset, window_.data(), window_.size(), true);
+    }
+    std::memcpy(out, window_.data() + (offset - windowStart_), size);
 }
 
 std::string SarCheckFile::ReadAll() const {
@@ -175,7 +187,18 @@ Vantu::FastVector<unsigned int> SarTermFiles::ReadPositions(uint32_t termId, con
 
 SarDocumentFiles::SarDocumentFiles(const std::string& directory)
     : index(directory, std::string(FileIndexedDocuments::kFileName) + ".dix"),
-      data(directory, std::string(FileIndexedDocuments::kFileName) + ".din") {}
+      data(directory, std::string(FileIndexedDocuments::kFileName) + ".din"),
+      input_(data.File()),
+      inflater_(input_, &zlib_),
+      stream_(inflater_) {}
+
+Vantu::BinaryStreamT<uint64_t>& SarDocumentFiles::Unit(uint64_t offset, uint32_t size) const {
+    inflater_.Attach(input_);
+    input_.Clear();
+    input_.SeekG(offset);
+    inflater_.SetLimit(size);
+    return stream_;
+}
 
 FileIndexedDocuments::IndexFileStruct SarDocumentFiles::ReadRecord(uint32_t documentId) const {
     uint8_t bytes[FileIndexedDocuments::kRecordSize];
@@ -195,23 +218,14 @@ uint64_t SarDocumentFiles::ReadBlock(uint32_t documentId, const FileIndexedDocum
     const uint64_t length = uint64_t(record.size) + 4 + wordsSize;
     if (length > data.Size() - record.offset)
         SarThrowDamage(index.Name(), at, "document-block", "the word list passes the end of " + data.Name());
-    VantuFile::ICFileBufferT<uint64_t> input(data.File());
-    VantuCompression::ZLib zlib(1, 6, 15);
-    VantuCompression::ICompressedBufferT<uint64_t> inflater(input, &zlib);
-    Vantu::BinaryStreamT<uint64_t> stream(inflater);
     try {
-        input.SeekG(record.offset);
-        inflater.SetLimit(record.size);
-        document.Load(stream);
+        document.Load(Unit(record.offset, record.size));
     } catch (const Vantu::BaseException& e) {
         SarThrowDamage(data.Name(), record.offset, "document-stored", What(e));
     }
     if (wordsSize == 0) return length;
     try {
-        input.SeekG(record.offset + record.size + 4);
-        inflater.Attach(input);
-        inflater.SetLimit(wordsSize);
-        ReadTransactionWords(stream, words);
+        ReadTransactionWords(Unit(record.offset + record.size + 4, wordsSize), words);
     } catch (const Vantu::BaseException& e) {
         SarThrowDamage(data.Name(), record.offset + record.size + 4, "document-words", What(e));
     }

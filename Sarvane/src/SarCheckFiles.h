@@ -15,8 +15,12 @@
 #include "FileIndexedTerms.h"
 #include "IndexedDocument.h"
 #include "core/FastVector.h"
+#include "file/BinaryStream.h"
+#include "file/BinaryStreamFileBuffer.h"
 #include "file/CFileT.h"
 #include "store/BitVector.h"
+#include "store/ZLib.h"
+#include "store/ZLibCompressedBuffer.h"
 
 namespace Ostrel {
 
@@ -46,7 +50,8 @@ public:
     uint64_t Size() const { return exists_ ? file_.Size() : 0; }
     const std::string& Name() const { return name_; }
     const std::string& Path() const { return path_; }
-    // Exactly `size` bytes at `offset`; a file that ends before raises damage under `rule`.
+    // Exactly `size` bytes at `offset`; a file that ends before raises damage under `rule`. Small reads come
+    // from a window read ahead, since the checker walks records in file order.
     void Read(uint64_t offset, void* out, size_t size, const std::string& rule) const;
     // The whole file; only for files whose size the caller has bounded.
     std::string ReadAll() const;
@@ -57,6 +62,8 @@ private:
     std::string path_;
     bool exists_;
     mutable VantuFile::CFileT<uint64_t> file_;
+    mutable std::vector<uint8_t> window_;
+    mutable uint64_t windowStart_ = 0;
 };
 
 // A posting of a large term and its position word.
@@ -94,6 +101,15 @@ struct SarDocumentFiles {
     // length; raises damage when it passes the file or a unit doesn't decode.
     uint64_t ReadBlock(uint32_t documentId, const FileIndexedDocuments::IndexFileStruct& record,
                        IndexedDocument& document, std::map<std::u16string, uint32_t>& words) const;
+
+private:
+    // Starts reading the unit of `size` bytes at `offset` of ".din".
+    Vantu::BinaryStreamT<uint64_t>& Unit(uint64_t offset, uint32_t size) const;
+
+    mutable VantuFile::ICFileBufferT<uint64_t> input_;
+    mutable VantuCompression::ZLib zlib_{1, 6, 15};
+    mutable VantuCompression::ICompressedBufferT<uint64_t> inflater_;
+    mutable Vantu::BinaryStreamT<uint64_t> stream_;
 };
 
 // The files of a doc-id list store ("Collections", "SmallTerms").

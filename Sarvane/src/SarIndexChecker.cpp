@@ -492,7 +492,7 @@ private:
         if (documents <= FileIndexedTerms::kInlinePostings) CheckInlineRecord(files, record, at);
         else if (record.HasBlock()) blocks.push_back({record.BlockStart(), record.AllocatedSize(), "term " + std::to_string(id)});
         const std::vector<SarTermPosting> postings = files.ReadPostings(id, record);
-        if (record.HasBlock()) Progress(record.BlockEnd() - record.BlockStart());
+        if (documents > FileIndexedTerms::kInlinePostings) Progress(record.BlockEnd() - record.BlockStart());
         if (postings.size() != documents)
             Fault(files.index.Name(), at, "term-count", "counts " + std::to_string(documents) + " postings, holds " +
                                                             std::to_string(postings.size()));

@@ -7,6 +7,7 @@
 #include <functional>
 #include <sstream>
 
+#include "../../bench/BenchSlice.h"
 #include "SarCheckDump.h"
 #include "SarTransaction.h"
 #include "SliceCheck.h"
@@ -241,4 +242,29 @@ TEST(SarCheckDump, ListsExactlyTheTermsPositionsAndRecordsOfTheSample) {
         wantedLists["\"Collections\"" + std::to_string(c)] = PositionsJson(documents);
     }
     EXPECT_EQ(lists, wantedLists);
+}
+
+// The slice of the shared corpus: SARVANE_CORPUS names it, SARVANE_CHECK_CORPUS_MB the text to take (none by
+// default) and SARVANE_CHECK_KEEP a directory to build the slice in and leave for sarvane-check.
+TEST(SarIndexChecker, TheSliceOfTheSharedCorpusIsSound) {
+    const char* megabytes = std::getenv("SARVANE_CHECK_CORPUS_MB");
+    const auto corpus = SarvaneBench::LoadCorpus(megabytes ? size_t(std::stoul(megabytes)) << 20 : 0);
+    if (corpus.empty()) GTEST_SKIP() << "set SARVANE_CORPUS and SARVANE_CHECK_CORPUS_MB";
+    TempDir temporary;
+    const std::string dir = std::getenv("SARVANE_CHECK_KEEP") ? std::getenv("SARVANE_CHECK_KEEP") : temporary.Path();
+    VantuLanguage::Language language(VantuLanguage::Language::kEnglish);
+    VantuLanguage::StopWords stopWords;
+    const DocumentAnalyser analyser(language, stopWords);
+    constexpr size_t kBatch = 5000;
+    for (size_t first = 0; first < corpus.size(); first += kBatch) {
+        std::vector<Vantu::SmartPtr<Document>> documents;
+        for (size_t i = first; i < std::min(first + kBatch, corpus.size()); ++i)
+            documents.push_back(SarvaneBench::AnalysedDocument(analyser, corpus[i]));
+        try {
+            ApplyAsTransaction(dir, documents, uint32_t(first + 1));
+        } catch (const Vantu::BaseException& e) {
+            FAIL() << e.WhatUtf8();
+        }
+    }
+    ExpectSliceSound(dir);
 }

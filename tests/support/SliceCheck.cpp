@@ -6,13 +6,17 @@
 #include "FileDocIdIndexId.h"
 #include "FileIndexedDocuments.h"
 #include "FileIndexedTerms.h"
+#include "FileTransactionsWriter.h"
 #include "FileSmallTerms.h"
 #include "Lexicon.h"
 #include "SarIndexChecker.h"
 #include "SarIndexInfo.h"
+#include "SarTransaction.h"
 #include "SarTransactionRecords.h"
 #include "SliceFiles.h"
+#include "core/Text.h"
 #include "file/BinaryStreamMemoryBuffer.h"
+#include "file/FileSystem.h"
 #include "store/BitsReaderWriter.h"
 #include "store/EliasDeltaCodes.h"
 #include "store/ZLib.h"
@@ -70,6 +74,18 @@ std::vector<uint8_t> Codes(const std::vector<uint32_t>& positions) {
     return {memory.Data(), memory.Data() + memory.DataSize()};
 }
 
+// A document record as the reader hands it to the store: the stream stands behind the collection field.
+void AddRecord(FileIndexedDocuments& documents, const TransactionDocumentRecord& record) {
+    VantuFile::MemoryBuffer memory(256);
+    Vantu::BinaryStreamT<unsigned int> stream(memory);
+    record.Write(stream, false);
+    uint32_t documentId;
+    uint8_t shingles;
+    uint16_t collection;
+    stream >> documentId >> shingles >> collection;
+    documents.AddDocument(documentId, collection, stream);
+}
+
 void AddDocument(FileIndexedDocuments& documents, uint32_t id) {
     IndexedDocument indexed;
     indexed.uri = "file://sample/" + std::to_string(id);
@@ -86,14 +102,7 @@ void AddDocument(FileIndexedDocuments& documents, uint32_t id) {
         out << uint32_t(1);
         WriteTransactionWord(out, u"sample", 2);
     });
-    VantuFile::MemoryBuffer memory(256);
-    Vantu::BinaryStreamT<unsigned int> stream(memory);
-    record.Write(stream, false);
-    uint32_t documentId;
-    uint8_t shingles;
-    uint16_t collection;
-    stream >> documentId >> shingles >> collection;
-    documents.AddDocument(documentId, collection, stream);
+    AddRecord(documents, record);
 }
 
 // The stores of the sample, opened on one directory, committed together.
@@ -105,10 +114,10 @@ struct Stores {
           smallTerms(new FileSmallTerms(config, false)),
           collections(new FileCollections(config, false)),
           lexicon(new Lexicon(config, terms, smallTerms, false)),
-          map(config, false) {
+          map(new FileDocIdIndexId(config, false)) {
         documents->RecoveryDone();
         collections->RecoveryDone();
-        map.RecoveryDone();
+        map->RecoveryDone();
         SarIndexInfo info;
         if (!SarIndexInfo::LoadPath(dir).empty()) info.Load(SarIndexInfo::LoadPath(dir), false);
         documents->LoadInfo(info);
@@ -126,7 +135,7 @@ struct Stores {
         const bool go = false;
         documents->PreCommit(go);
         collections->PreCommit(go);
-        map.PreCommit();
+        map->PreCommit();
         lexicon->PreCommit(go);
         SarIndexInfo info;
         documents->SaveInfo(info);
@@ -134,7 +143,7 @@ struct Stores {
         info.Save(dir, true, false);
         documents->Commit(go);
         collections->Commit(go);
-        map.Commit();
+        map->Commit();
         lexicon->Commit(go, nullptr);
     }
 
@@ -144,7 +153,7 @@ struct Stores {
     Vantu::SmartPtr<FileSmallTerms> smallTerms;
     Vantu::SmartPtr<FileCollections> collections;
     Vantu::SmartPtr<Lexicon> lexicon;
-    FileDocIdIndexId map;
+    Vantu::SmartPtr<FileDocIdIndexId> map;
 };
 
 // Adds the postings of documents [first, end) of every sample term.
@@ -166,11 +175,24 @@ void AddPostings(Lexicon& lexicon, const SampleSlice& sample, uint32_t first, ui
     }
 }
 
+void AddTermTable(Lexicon& lexicon, const TransactionTermTable& table) {
+    for (const auto& [term, entries] : table) {
+        std::vector<TransactionTermOperation> operations;
+        for (const TransactionTermEntry& entry : entries) {
+            operations.push_back(entry.operation);
+            operations.back().SetData(entry.data.data(), uint16_t(entry.data.size()));
+        }
+        FileIndexedTerms::Operations pointers;
+        for (auto& operation : operations) pointers.push_back(&operation);
+        lexicon.AddDocumentsForTerm(term, pointers);
+    }
+}
+
 void AddDocuments(Stores& stores, const SampleSlice& sample, uint32_t first, uint32_t end) {
     for (uint32_t d = first; d < end; ++d) {
         AddDocument(*stores.documents, d);
         stores.collections->AddDocument(d, SampleSlice::Collection(d));
-        stores.map.AddDocument(1000 + d);
+        stores.map->AddDocument(1000 + d);
     }
     AddPostings(*stores.lexicon, sample, first, end);
 }
@@ -192,6 +214,36 @@ void BuildSampleSlice(const std::string& dir) {
     stores.collections->DeleteDocument(SampleSlice::kDeleted, SampleSlice::Collection(SampleSlice::kDeleted));
     AddDocuments(stores, sample, 40, SampleSlice::kDocuments);
     stores.Commit(dir);
+}
+
+}  // namespace SarvaneTest
+
+namespace SarvaneTest {
+
+void ApplyAsTransaction(const std::string& dir, const std::vector<Vantu::SmartPtr<Document>>& documents,
+                        uint32_t firstIndexId) {
+    Stores stores(dir);
+    SarvaneSliceStatistics statistics;
+    std::mutex section;
+    uint32_t pending = 0;
+    const std::string path = dir + "/" + Vantu::ToUtf8(SarTransactionFileName(firstIndexId));
+    {
+        Vantu::SmartPtr<FileTransactionsWriter> writer(new FileTransactionsWriter(
+            stores.config, stores.map, Vantu::FromUtf8(path), statistics, section, pending, nullptr));
+        for (size_t i = 0; i < documents.size(); ++i)
+            writer->AddDocument(Vantu::SmartPtrToConst<Document>(documents[i]), firstIndexId + uint32_t(i));
+        writer->PreCommit();
+        writer->Commit();
+    }
+    const TransactionContents contents = TransactionContents::Decode(path, stores.config->GetDocumentLevelSecurity());
+    stores.Begin();
+    for (const TransactionDocumentRecord& record : contents.documents) {
+        AddRecord(*stores.documents, record);
+        stores.collections->AddDocument(record.documentId, record.collection);
+    }
+    AddTermTable(*stores.lexicon, contents.sections.terms);
+    stores.Commit(dir);
+    VantuFile::DeleteDurably(path);
 }
 
 }  // namespace SarvaneTest

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "Document.h"
+
 namespace SarvaneTest {
 
 // "" for a sound directory, else the checker's findings, one a line.
@@ -31,5 +33,10 @@ SampleSlice SampleContents();
 // Builds the sample in `dir` (empty) in two committed transactions: documents, postings through the dictionary,
 // collections, the document-id map and "Index.info".
 void BuildSampleSlice(const std::string& dir);
+
+// Writes the analysed documents as one slice transaction, with index document ids from `firstIndexId`, then
+// applies it to the stores of `dir` as the slice's reader would, and commits.
+void ApplyAsTransaction(const std::string& dir, const std::vector<Vantu::SmartPtr<Ostrel::Document>>& documents,
+                        uint32_t firstIndexId);
 
 }  // namespace SarvaneTest
