@@ -178,7 +178,6 @@ void FileTransactionsReader::Dispose(const std::string& trbPath) {
         VantuFile::SyncDirectoryOf(kept.string());
     }
     VantuFile::RenameDurably(trbPath, (kept / FileName(name)).string());
-    VantuFile::SyncDirectoryOf((kept / FileName(name)).string());
 }
 
 bool FileTransactionsReader::ApplyTransaction(const std::string& path, SarvaneSliceStatistics& statistics,
