@@ -175,16 +175,21 @@ void AddPostings(Lexicon& lexicon, const SampleSlice& sample, uint32_t first, ui
     }
 }
 
-void AddTermTable(Lexicon& lexicon, const TransactionTermTable& table) {
-    for (const auto& [term, entries] : table) {
+// The postings store takes the terms of a transaction in ascending id, as the reader hands them over; a term
+// that passes 25 documents moves to the frequent tree.
+void AddTermTable(Lexicon& lexicon, FileIndexedTerms& terms, const TransactionTermTable& table) {
+    std::map<uint32_t, TransactionTermTable::const_iterator> byId;
+    for (auto at = table.begin(); at != table.end(); ++at)
+        byId[lexicon.AddTerm(at->first, uint32_t(at->second.size()), false)] = at;
+    for (const auto& [id, at] : byId) {
         std::vector<TransactionTermOperation> operations;
-        for (const TransactionTermEntry& entry : entries) {
+        for (const TransactionTermEntry& entry : at->second) {
             operations.push_back(entry.operation);
             operations.back().SetData(entry.data.data(), uint16_t(entry.data.size()));
         }
         FileIndexedTerms::Operations pointers;
         for (auto& operation : operations) pointers.push_back(&operation);
-        lexicon.AddDocumentsForTerm(term, pointers);
+        if (terms.AddDocumentsForTerm(id, pointers)) lexicon.PromoteTerm(at->first);
     }
 }
 
@@ -241,7 +246,7 @@ void ApplyAsTransaction(const std::string& dir, const std::vector<Vantu::SmartPt
         AddRecord(*stores.documents, record);
         stores.collections->AddDocument(record.documentId, record.collection);
     }
-    AddTermTable(*stores.lexicon, contents.sections.terms);
+    AddTermTable(*stores.lexicon, *stores.terms, contents.sections.terms);
     stores.Commit(dir);
     VantuFile::DeleteDurably(path);
 }
