@@ -24,7 +24,7 @@ namespace {
 // The largest document id plus one: postings and lists keep 24 bits of it.
 constexpr uint64_t kDocumentIdRange = uint64_t(DocIDWeightStruct::kDocumentIdMask) + 1;
 // What a file reads ahead for small reads.
-constexpr size_t kWindow = 1 << 20;
+constexpr size_t kWindow = 1 << 16;
 // Deflate never shrinks data by more than this much, so a unit of n bytes gives at most n * 1032 + 64.
 constexpr uint64_t kInflateRatio = 1032;
 
