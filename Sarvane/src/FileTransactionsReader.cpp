@@ -23,9 +23,14 @@ namespace {
 
 using ConfigRead = SarvaneConfigReadLock<SarvaneInternalConfig>;
 
-std::string IndexDirectory(const SarvaneInternalConfig& config) {
+template <class T>
+T ConfigValue(const SarvaneInternalConfig& config, T (SarvaneConfig::*get)() const) {
     ConfigRead hold(config);
-    return config.GetIndexFilesPathAsString();
+    return (config.*get)();
+}
+
+std::string IndexDirectory(const SarvaneInternalConfig& config) {
+    return ConfigValue(config, &SarvaneConfig::GetIndexFilesPathAsString);
 }
 
 std::string FileName(const std::string& path) { return std::filesystem::path(path).filename().string(); }
@@ -67,24 +72,13 @@ FileTransactionsReader::FileTransactionsReader(Sarvane& engine, SarSliceStores& 
       stores_(stores),
       config_(config),
       cancelFlag_(cancel),
-      keepTransactions_([&] {
-          ConfigRead hold(*config);
-          return config->GetTransactionsKeep();
-      }()),
-      securityEnabled_([&] {
-          ConfigRead hold(*config);
-          return config->GetDocumentLevelSecurity();
-      }()),
+      keepTransactions_(ConfigValue(*config, &SarvaneConfig::GetTransactionsKeep)),
+      securityEnabled_(ConfigValue(*config, &SarvaneConfig::GetDocumentLevelSecurity)),
       log_(log) {
     Recover();
-    VantuThread::Priority priority;
-    {
-        ConfigRead hold(*config_);
-        priority = config_->GetIndexingPriority();
-    }
     helperThread_ = SarStartThread(kApplyTermsThreadName,
                                    VantuThread::MakeFunction(this, &FileTransactionsReader::ApplyTermsOperationsThread),
-                                   priority);
+                                   ConfigValue(*config_, &SarvaneConfig::GetIndexingPriority));
 }
 
 FileTransactionsReader::~FileTransactionsReader() {
@@ -311,27 +305,22 @@ void FileTransactionsReader::ReadCustomFields(SarTransaction::Stream& stream, ui
     }
 }
 
-void FileTransactionsReader::ReadTermSection(SarTransaction::Stream& stream) {
-    uint32_t operations, bytes;
-    stream >> operations >> bytes;
-    operationBlocks_.emplace_back(new TransactionTermOperation[operations]);
-    dataBlocks_.emplace_back(new uint8_t[bytes]);
+void FileTransactionsReader::AllocateSection(SarTransaction::Stream& stream) {
+    stream >> operationsLeft_ >> bytesLeft_;
+    operationBlocks_.emplace_back(new TransactionTermOperation[operationsLeft_]);
+    dataBlocks_.emplace_back(new uint8_t[bytesLeft_]);
     nextOperation_ = operationBlocks_.back().get();
     nextData_ = dataBlocks_.back().get();
-    operationsLeft_ = operations;
-    bytesLeft_ = bytes;
+}
+
+void FileTransactionsReader::ReadTermSection(SarTransaction::Stream& stream) {
+    AllocateSection(stream);
     ReadTermTable(stream, {});
 }
 
 void FileTransactionsReader::ReadCustomFieldTermSection(SarTransaction::Stream& stream) {
-    uint32_t operations, bytes, fields;
-    stream >> operations >> bytes;
-    operationBlocks_.emplace_back(new TransactionTermOperation[operations]);
-    dataBlocks_.emplace_back(new uint8_t[bytes]);
-    nextOperation_ = operationBlocks_.back().get();
-    nextData_ = dataBlocks_.back().get();
-    operationsLeft_ = operations;
-    bytesLeft_ = bytes;
+    AllocateSection(stream);
+    uint32_t fields;
     stream >> fields;
     for (uint32_t i = 0; i < fields && !Cancelled(); ++i) {
         std::string field;

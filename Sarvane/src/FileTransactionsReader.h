@@ -72,6 +72,8 @@ private:
     uint32_t ReadDocuments(SarTransaction::Stream& stream, const std::set<uint32_t>& removed);
     void SkipDocument(SarTransaction::Stream& stream);
     void ReadCustomFields(SarTransaction::Stream& stream, uint32_t documentId, bool keep);
+    // Reads a term section's two counts and makes the arrays that its tables fill.
+    void AllocateSection(SarTransaction::Stream& stream);
     void ReadTermSection(SarTransaction::Stream& stream);
     void ReadCustomFieldTermSection(SarTransaction::Stream& stream);
     // Reads one term table into the section's arrays; `field` is empty for the words of the text.

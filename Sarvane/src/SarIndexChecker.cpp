@@ -484,11 +484,8 @@ private:
             Fault(files.index.Name(), at, "term-id", "postings for an id past the term counter");
         if (named && !termTrees_.count(id))
             Fault(files.index.Name(), at, "term-unnamed", "term " + std::to_string(id) + " is in no dictionary tree");
-        auto tree = termTrees_.find(id);
-        if (tree != termTrees_.end() && tree->second == Lexicon::kRareTermsFileName &&
-            documents > FileIndexedTerms::kFrequentLimit)
-            Fault(files.index.Name(), at, "term-tree", "a term of \"Lexicon.ltr\" with " + std::to_string(documents) +
-                                                          " documents");
+        // A rare term that passes 25 documents through the transaction reader stays in "Lexicon.ltr": both trees
+        // are sound for any count.
         if (documents <= FileIndexedTerms::kInlinePostings) CheckInlineRecord(files, record, at);
         else if (record.HasBlock()) blocks.push_back({record.BlockStart(), record.AllocatedSize(), "term " + std::to_string(id)});
         const std::vector<SarTermPosting> postings = files.ReadPostings(id, record);

@@ -85,6 +85,15 @@ void Add(Sarvane& slice, uint32_t first, uint32_t count) {
     for (uint32_t key = first; key < first + count; ++key) slice.AddDocument(Texts().Make(key), key);
 }
 
+// As the container starts a slice that may have crashed: its collections, its recovery without the container's
+// commit marker, then the start.
+void StartAfterCrash(Sarvane& slice) {
+    slice.AddSupportedCollection(1);
+    slice.AddSupportedCollection(2);
+    slice.DoRecovery(false);
+    slice.Start(false);
+}
+
 void CommitAll(Sarvane& slice) {
     slice.PreCommit();
     slice.Commit();
@@ -394,10 +403,7 @@ TEST(FileTransactionsReader, KillSoakNeverLosesNorDuplicatesACommittedDocument) 
         if (child == 0) {
             close(report[0]);
             Sarvane slice(SliceConfig(path));
-            slice.AddSupportedCollection(1);
-            slice.AddSupportedCollection(2);
-            slice.DoRecovery(false);
-            slice.Start(false);
+            StartAfterCrash(slice);
             for (uint32_t key = committed;; key += 5) {
                 Add(slice, key, 5);
                 CommitAll(slice);
@@ -416,10 +422,7 @@ TEST(FileTransactionsReader, KillSoakNeverLosesNorDuplicatesACommittedDocument) 
         close(report[0]);
 
         Sarvane slice(SliceConfig(path));
-        slice.AddSupportedCollection(1);
-        slice.AddSupportedCollection(2);
-        slice.DoRecovery(false);
-        slice.Start(false);
+        StartAfterCrash(slice);
         slice.Flush();
         slice.Stop(false);
         // The commit in flight may have got past its rename: its five documents count then.
