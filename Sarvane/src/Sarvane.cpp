@@ -39,7 +39,11 @@ constexpr const char* kTransactionsKept = "Transactions";
 
 }  // namespace
 
-Sarvane::Sarvane(const SarvaneConfig& config) : config_(new SarvaneInternalConfig(config)) { CreateIndexPath(); }
+Sarvane::Sarvane(const SarvaneConfig& config)
+    : config_(new SarvaneInternalConfig(config)),
+      queryCache_([this] { return SarStoreSize(*config_, SarvaneConfig::kQueryCacheSize); }) {
+    CreateIndexPath();
+}
 
 Sarvane::~Sarvane() { Stop(false); }
 
@@ -83,6 +87,7 @@ void Sarvane::Start(bool readOnly) {
         stores_->RecoveryDone();
     else
         StartTransactionsReader();
+    queryCache_.Clear();
 }
 
 void Sarvane::Stop(bool abortTransaction) {
@@ -228,6 +233,7 @@ void Sarvane::RunReaderLoop(FileTransactionsReader& reader) {
             if (!reader.ApplyTransaction(path, statistics_, statisticsLock_)) break;
             std::lock_guard<std::mutex> hold(statisticsLock_);
             --pendingTransactions_;
+            queryCache_.Clear();
             continue;
         }
         if (readerExitFlag_) break;
@@ -339,8 +345,11 @@ void Sarvane::DeleteDocuments(const std::vector<std::pair<unsigned int, uint16_t
 void Sarvane::UpdateDocumentsRank(const std::vector<std::pair<uint32_t, float>>& ranks) {
     VantuThread::ReadLocker files(filesLock_);
     CheckWritable();
-    std::lock_guard<std::mutex> hold(writerLock_);
-    GetTransactionWriter().UpdateDocumentsRank(ranks);
+    {
+        std::lock_guard<std::mutex> hold(writerLock_);
+        GetTransactionWriter().UpdateDocumentsRank(ranks);
+    }
+    queryCache_.Clear();
 }
 
 uint32_t Sarvane::GetCurrentDocumentID() const {

@@ -14,6 +14,7 @@
 #include "Document.h"
 #include "FileTransactionsWriter.h"
 #include "SarIndexInfo.h"
+#include "SarQueryCache.h"
 #include "SarSliceStores.h"
 #include "SarTransaction.h"
 #include "SarvaneStatistics.h"
@@ -157,8 +158,11 @@ private:
     // transaction writer and the reader.
     mutable SarvaneSliceStatistics statistics_;
     uint32_t pendingTransactions_ = 0;
-    // Guards statistics_, pendingTransactions_, readerFailure_ and the loading of info_. Taken after filesLock_.
+    // Guards statistics_, pendingTransactions_, readerFailure_ and the loading of info_. Taken after filesLock_,
+    // and before the query cache's lock.
     mutable std::mutex statisticsLock_;
+    // Emptied whenever answers could change: at Start, on rank updates, after each applied transaction.
+    SarQueryCache queryCache_;
 };
 
 }  // namespace Ostrel
