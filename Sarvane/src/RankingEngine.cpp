@@ -164,7 +164,7 @@ void RankingEngine::ComputeBaseScores(const std::vector<TermImportance>& terms,
             const TermImportance& term = scored[i];
             const bool walk = big && term.frequent && !term.negated;
             const DocIDWeightStruct* posting;
-            if (!term.term->GetDocumentWeight(id, !walk, hints[i], posting)) continue;
+            if (!term.term->GetDocumentWeight(id, !walk, walk ? hints[i] : nullptr, posting)) continue;
             hints[i] = posting;
             const uint16_t flags = posting->TermFlags();
             const uint32_t title = (flags & kTitleFlag) ? 7u * config_.GetTitleMult() : 0u;
