@@ -282,12 +282,17 @@ bool TermDocumentEvaluator::GetResultingDocuments(Vantu::FastVector<unsigned>& d
         anyFrequent = anyFrequent || term.frequent;
     }
     documentIds.reserve(anyFrequent ? 0x80000 : 16384);
+    // With checks put off only the documents that pass them are matches, so the candidates stay here.
+    const bool check = deferPositions_ && hasDeferred_;
+    Vantu::FastVector<unsigned> candidates;
+    Vantu::FastVector<unsigned>& ids = check ? candidates : documentIds;
+    if (check) candidates.reserve(10000);
     for (auto it = documents_.findFirstSetBit(documents_.begin(), documents_.end()); it != documents_.end();
          it = documents_.findFirstSetBit(++it, documents_.end()))
-        documentIds.push_back(it.index());
-    if (!deferPositions_ || !hasDeferred_ || documentIds.empty()) return false;
+        ids.push_back(it.index());
+    if (!check || candidates.empty()) return false;
 
-    ranking.ComputeBaseScores(terms, documentIds, slice_.GetNumberOfDocuments(), weights);
+    ranking.ComputeBaseScores(terms, candidates, slice_.GetNumberOfDocuments(), weights);
     const size_t target = limit < 50 ? 100 : size_t(limit) * 2;
     RankingEngine::Sort(weights.begin(), weights.end());
     size_t accepted = 0;

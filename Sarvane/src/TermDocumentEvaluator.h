@@ -65,9 +65,10 @@ public:
     // parser never makes matches nothing.
     bool EvaluateNode(WordSet& stopTerms, WordSet& stopPhraseTerms);
 
-    // The matching ids ascending in `documentIds`, and in `terms` the terms to weigh, each term once. With checks
-    // put off, the documents are scored by `ranking`'s first pass into `weights` and checked best first until
-    // max(100, 2 * limit) pass; true when that many passed and more may exist.
+    // In `terms` the terms to weigh, each term once, and the matches: with no check put off, their ids ascending
+    // in `documentIds`; otherwise the documents are scored by `ranking`'s first pass and checked best first until
+    // max(100, 2 * limit) pass, and those stand in `weights`, best first, `documentIds` left empty. True when
+    // that many passed and more may exist.
     bool GetResultingDocuments(Vantu::FastVector<unsigned>& documentIds, std::vector<TermImportance>& terms,
                                const RankingEngine& ranking, Vantu::FastVector<DocumentIDWeight>& weights,
                                unsigned limit);

@@ -273,7 +273,7 @@ TEST(TermDocumentEvaluator, DeferredChecksRunBestFirstAndStopAtTwiceTheLimit) {
         Vantu::FastVector<unsigned> ids;
         std::vector<TermImportance> terms;
         const bool more = evaluation.evaluator.GetResultingDocuments(ids, terms, ranking, weights, limit);
-        EXPECT_EQ(ids.size(), river.size()) << "every match stays counted";
+        EXPECT_TRUE(ids.empty()) << "only the checked documents are matches";
         calls = check->calls;
         return more;
     };
