@@ -1,10 +1,11 @@
 // sarvane-check DIR: checks a slice directory without changing it and prints what it finds, one finding a line.
-// Exit status 0 when the slice is sound, 1 when a fault was found, 2 on wrong usage.
+// Exit status 0 when the slice is sound, 1 when a fault was found, 2 on wrong usage or a missing directory.
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 
 #include "SarIndexChecker.h"
@@ -19,6 +20,10 @@ constexpr uint64_t kProgressFrom = 64 << 20;
 int main(int argc, char** argv) {
     if (argc != 2 || std::strcmp(argv[1], "--help") == 0) {
         std::cerr << "usage: sarvane-check DIR\n";
+        return 2;
+    }
+    if (!std::filesystem::is_directory(argv[1])) {
+        std::cerr << "sarvane-check: " << argv[1] << " is not a directory\n";
         return 2;
     }
     Ostrel::SarCheckReport report;

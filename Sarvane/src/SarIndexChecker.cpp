@@ -42,7 +42,7 @@ public:
 
     void Run() {
         Guard("", [&] { CheckTransactions(); });
-        for (const auto& [log, compressed] : kLogs) Guard(log, [&] { CheckLog(log, compressed); });
+        for (const auto& log : kLogs) Guard(log.first, [&] { CheckLog(log.first, log.second); });
         Guard(SarIndexInfo::kFileName, [&] { CheckInfo(); });
         Guard(FileIndexedDocuments::kFileName, [&] { CheckDocuments(); });
         Guard(FileDocIdIndexId::kFileName, [&] { CheckDocumentMap(); });

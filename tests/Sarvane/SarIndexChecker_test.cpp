@@ -209,7 +209,8 @@ TEST(SarCheckDump, ListsExactlyTheTermsPositionsAndRecordsOfTheSample) {
     for (const auto& [term, postings] : sample.postings) expected.insert(term);
     EXPECT_EQ(terms, expected);
 
-    for (const auto& [term, postings] : sample.postings) {
+    for (const auto& [name, postings] : sample.postings) {
+        const std::string term = name;  // clang 14 can't capture a structured binding in a lambda
         std::map<uint32_t, std::string> found;
         for (const std::string& line : Lines([&](std::ostream& out) { dump.Term(term, out); }))
             found[uint32_t(std::stoul(Field(line, "document")))] = Field(line, "positions");
