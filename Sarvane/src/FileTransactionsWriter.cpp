@@ -59,6 +59,19 @@ std::u16string LogPrefix(const SarvaneInternalConfig& config) {
     return u"[" + config.GetIDString() + u"] ";
 }
 
+// A term longer than the dictionary takes refuses the whole document, so that every committed transaction can be
+// applied; the text names the term's beginning, cut at a character's start.
+void CheckTermSizes(const DocumentWordStream::TermList& terms) {
+    for (const DocumentWordStream::Term& term : terms) {
+        if (term.term.size() <= Lexicon::kMaxTermSize) continue;
+        size_t shown = 40;
+        while (shown > 0 && (uint8_t(term.term[shown]) & 0xC0) == 0x80) --shown;
+        throw SarException(u"Document cannot be added to the index because a term is longer than " +
+                           Vantu::FromUtf8(std::to_string(Lexicon::kMaxTermSize)) + u" bytes: " +
+                           Vantu::FromUtf8(term.term.substr(0, shown)) + u"...");
+    }
+}
+
 std::vector<uint8_t> BytesOf(VantuFile::MemoryBuffer& buffer) {
     return std::vector<uint8_t>(buffer.Data(), buffer.Data() + buffer.Size());
 }
@@ -88,11 +101,16 @@ uint32_t FileTransactionsWriter::AddDocument(const Vantu::SmartPtrToConst<Docume
                                              uint32_t indexDocumentId) {
     if (document->wordStream.DataSize() == 0) return kNoDocumentId;
     // Everything that can refuse the document comes before its id is taken and before the term maps change
-    // (D2): the stream is read whole, and the fields are checked.
+    // (D2): the stream is read whole, and the fields and terms are checked.
     DocumentWordStream stream = DocumentWordStream::Read(document->wordStream);
-    for (const DocumentWordStream::Field& field : stream.fields)
+    CheckTermSizes(stream.terms);
+    CheckTermSizes(stream.lastTerms);
+    for (const DocumentWordStream::Field& field : stream.fields) {
         if (field.field.IsIndexed() && CustomField::MakeKey(field.field.Name()).size() > Lexicon::kMaxTermSize)
             throw SarInvalidCustomField(SAR_MESSAGE(13, field.field.Name().substr(1)));
+        CheckTermSizes(field.valueTerms);
+        CheckTermSizes(field.endTerms);
+    }
 
     std::lock_guard<std::mutex> hold(statisticsSection_);
     SarvaneCollectionStatistics collection = statistics_.collections[document->collection];
@@ -141,8 +159,6 @@ void FileTransactionsWriter::AddTermOperations(DocumentWordStream::TermList& ter
     operationsHeld_ += terms.size();
     for (size_t i = 0; i < terms.size(); ++i) {
         DocumentWordStream::Term& term = terms[i];
-        // No dictionary could hold such a term; it is no word anyone searches for either.
-        if (term.term.size() > Lexicon::kMaxTermSize) continue;
         Vantu::FastVector<unsigned int>& positions = term.occurence.positions;
         TransactionTermOperation& operation = operations[i];
         operation = TransactionTermOperation(id, uint32_t(positions.size()), term.flags);

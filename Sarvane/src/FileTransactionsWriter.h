@@ -64,8 +64,7 @@ private:
     using OperationList = std::vector<TransactionTermOperation*>;
     using TermMap = std::map<std::string, OperationList>;
 
-    // Files the operations of one term list of document `id` under their terms; a term too long for the
-    // dictionary is dropped.
+    // Files the operations of one term list of document `id` under their terms.
     void AddTermOperations(DocumentWordStream::TermList& terms, uint32_t id, TermMap& map, uint32_t& count,
                            uint32_t& bytes);
     void CodePositions(Vantu::FastVector<unsigned int>& positions);

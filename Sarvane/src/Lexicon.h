@@ -39,7 +39,7 @@ public:
     static constexpr uint32_t kFrequentDocuments = 26;
     static constexpr size_t kCacheLimit = 1000;
     // The longest term in bytes that intake passes on: far below what a tree record holds, so that a committed
-    // transaction can always be applied. Longer terms are dropped where they enter.
+    // transaction can always be applied. A document with a longer term is refused where it enters.
     static constexpr size_t kMaxTermSize = 1000;
     // The document id of a custom field that only makes its field and value known.
     static constexpr uint32_t kNoDocument = 0xFFFFFF;

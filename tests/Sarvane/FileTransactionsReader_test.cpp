@@ -354,8 +354,8 @@ TEST(FileTransactionsReader, AnAbortingStopLeavesAStateTheNextStartFinishes) {
 }
 
 // Intake refuses what the stores could never take, so that no committed transaction is impossible to apply: a
-// field name too long for a dictionary record is refused before the document takes an id, and a term too long
-// is left out of the document. The longest accepted name and value are applied.
+// field name or a term too long for a dictionary record refuses the document before it takes an id. The longest
+// accepted name, term and value are applied.
 TEST(FileTransactionsReader, WhatIntakeTakesCanAlwaysBeApplied) {
     TempDir dir;
     const std::string path = dir / "slice";
@@ -363,14 +363,12 @@ TEST(FileTransactionsReader, WhatIntakeTakesCanAlwaysBeApplied) {
     slice.AddSupportedCollection(1);
     slice.Start(false);
     const std::string longest = "@" + std::string(Lexicon::kMaxTermSize - 1, 'f');
-    const auto withField = [](const std::string& name) {
+    const auto withField = [](const std::string& name, size_t termSize = Lexicon::kMaxTermSize) {
         DocumentWordStream stream;
         DocumentWordStream::Term term;
-        term.term = std::string(Lexicon::kMaxTermSize, 'w');
+        term.term = std::string(termSize, 'w');
         term.occurence.positions.push_back(0);
-        DocumentWordStream::Term tooLong = term;
-        tooLong.term += 'w';
-        stream.terms = {term, tooLong};
+        stream.terms = {term};
         DocumentWordStream::Field field;
         field.field = CustomField(name, CustomFieldValue(std::string(Lexicon::kMaxTermSize, 'v')), CustomField::kIndexed);
         field.valueTerms = {term};
@@ -381,6 +379,7 @@ TEST(FileTransactionsReader, WhatIntakeTakesCanAlwaysBeApplied) {
         return document;
     };
     EXPECT_THROW(slice.AddDocument(withField(longest + "f"), 1), SarInvalidCustomField);
+    EXPECT_THROW(slice.AddDocument(withField(longest, Lexicon::kMaxTermSize + 1), 3), SarException);
     EXPECT_EQ(slice.AddDocument(withField(longest), 2), 0u);
     CommitAll(slice);
     slice.Flush();

@@ -292,8 +292,7 @@ TEST(FileTransactionsWriter, PositionsThatDontFitAreCutFromTheEnd) {
     for (size_t i = 0; i < kept.size(); ++i) ASSERT_EQ(kept[i], i * 1000) << i;
 }
 
-// D2: a document refused for its stream or its fields takes no id and leaves nothing behind; an over-long term is
-// dropped alone. D3: ids needn't ascend with index document ids, and the rank list still comes out by id.
+// D2: a document refused for its stream, its fields or an over-long term takes no id and leaves nothing behind. D3: ids needn't ascend with index document ids, and the rank list still comes out by id.
 TEST(FileTransactionsWriter, D2_D3_RefusedDocumentsLeaveNoTraceAndRanksFollowDocumentIds) {
     TempDir dir;
     Slice slice(dir.Path());
@@ -305,10 +304,13 @@ TEST(FileTransactionsWriter, D2_D3_RefusedDocumentsLeaveNoTraceAndRanksFollowDoc
     Vantu::SmartPtr<Document> garbage(new Document);
     garbage->wordStream.Put("not a zlib unit", 15);
     EXPECT_ANY_THROW(writer->AddDocument(garbage, 6));
+    DocumentWordStream longTerm;
+    longTerm.terms = {MakeTerm(std::string(Lexicon::kMaxTermSize + 1, 'x'), 0, {0}), MakeTerm("lost", 0, {1})};
+    EXPECT_THROW(writer->AddDocument(MakeDocument(1, longTerm), 7), SarException);
     EXPECT_EQ(slice.map->GetCurrentDocId(), 0u);
 
     DocumentWordStream good;
-    good.terms = {MakeTerm(std::string(Lexicon::kMaxTermSize + 1, 'x'), 0, {0}), MakeTerm("kept", 0, {1})};
+    good.terms = {MakeTerm(std::string(Lexicon::kMaxTermSize, 'x'), 0, {0}), MakeTerm("kept", 0, {1})};
     EXPECT_EQ(writer->AddDocument(MakeDocument(1, good), 20), 0u);
     EXPECT_EQ(writer->AddDocument(MakeDocument(1, good), 10), 1u);
     writer->UpdateDocumentsRank({{10, 1.0f}, {20, 2.0f}});
@@ -320,8 +322,8 @@ TEST(FileTransactionsWriter, D2_D3_RefusedDocumentsLeaveNoTraceAndRanksFollowDoc
     EXPECT_EQ(contents.documents.size(), 2u);
     std::vector<std::string> terms;
     for (const auto& [term, entries] : contents.sections.terms) terms.push_back(term);
-    EXPECT_EQ(terms, std::vector<std::string>{"kept"});
-    EXPECT_EQ(contents.sections.operationCount, 2u);
+    EXPECT_EQ(terms, (std::vector<std::string>{"kept", std::string(Lexicon::kMaxTermSize, 'x')}));
+    EXPECT_EQ(contents.sections.operationCount, 4u);
     EXPECT_TRUE(contents.sections.fieldDocuments.empty());
     EXPECT_EQ(contents.sections.ranks, (std::vector<std::pair<uint32_t, float>>{{0, 3.0f}, {1, 1.0f}}));
 }
