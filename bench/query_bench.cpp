@@ -1,6 +1,7 @@
 // Query time on a slice of real text: term evaluation plus relevance ranking per query, for one word, two words
 // joined by AND and two words joined by OR, with the median and the 99th percentile over the query set. The slice
-// is built once from the whole corpus into SARVANE_QUERY_SLICE (default /tmp/sarvane-query-slice) and reused.
+// is built once from the whole corpus (about 40,000 documents: every one of them is indexed) into
+// SARVANE_QUERY_SLICE (default /tmp/sarvane-query-slice) and reused; delete the directory to rebuild it.
 // The query words are 200 of the 1000 words found in most documents of the corpus's first 3000, every fifth.
 // Run: SARVANE_CORPUS=/path/to/corpus.jsonl build/bench/query_bench
 #include <benchmark/benchmark.h>
