@@ -13,6 +13,7 @@
 #include "FileTransactionsWriter.h"
 #include "RecordingLog.h"
 #include "SarTransactionRecords.h"
+#include "SliceCheck.h"
 #include "SliceFiles.h"
 #include "TempDir.h"
 #include "core/Text.h"
@@ -382,7 +383,7 @@ TEST(FileTransactionsWriter, RecoveryByNamesAfterACrashAtEveryStep) {
         const std::string state = Judge(dir, kept);
         if (state != (c.completed || kept ? "after" : "before"))
             return (kept ? "kept, but " : "dropped, but ") + state;
-        return "";
+        return SliceFaults(dir);
     };
     // The torn variant adds nothing here that a plain power cut doesn't show, at a third of the time.
     const CrashReport report = RunAtEveryCrashPoint(s, {CrashMode::ProcessDeath, CrashMode::PowerLoss});

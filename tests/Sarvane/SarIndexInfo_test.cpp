@@ -6,6 +6,7 @@
 #include "CrashHarness.h"
 #include "SarException.h"
 #include "SarIndexInfo.h"
+#include "SliceCheck.h"
 #include "TempDir.h"
 #include "core/Text.h"
 #include "file/FileSystem.h"
@@ -116,8 +117,8 @@ TEST(SarIndexInfo, PreCommitThenCommitLeavesTheOldOrTheNewCountersAtEveryCrash) 
         } catch (const Vantu::Exception& e) {
             return "unreadable: " + Vantu::ToUtf8(e.What());
         }
-        if (loaded == Sample(2)) return "";
-        if (loaded == Sample(1)) return c.completed ? "the committed counters were lost" : "";
+        if (loaded == Sample(2)) return SliceFaults(dir);
+        if (loaded == Sample(1)) return c.completed ? "the committed counters were lost" : SliceFaults(dir);
         return "counters that are neither state";
     };
     CrashReport report = RunAtEveryCrashPoint(s);
@@ -140,7 +141,7 @@ TEST(SarIndexInfo, AFirstDirectSaveLeavesNoFileOrACompleteOneAtEveryCrash) {
         }
         SarIndexInfo expected = Sample(3);
         expected.wordTotal = 0;
-        return loaded == expected ? "" : "wrong counters";
+        return loaded == expected ? SliceFaults(dir) : "wrong counters";
     };
     CrashReport report = RunAtEveryCrashPoint(s);
     EXPECT_TRUE(report.failures.empty()) << report.Summary();
