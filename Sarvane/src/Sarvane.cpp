@@ -75,6 +75,8 @@ void Sarvane::Start(bool readOnly) {
         ConfigRead hold(*config_);
         VantuThread::WriteLocker files(filesLock_);
         stores_ = std::make_unique<SarSliceStores>(config_, readOnly);
+        language_ = std::make_unique<VantuLanguage::Language>(config_->GetStemmingType());
+        stopWords_ = config_->GetStopWords();
         // Fresh stores start from zero counters, which a new "Index.info" records.
         info_ = SarIndexInfo();
         documentsWithShingles_ = 0;

@@ -14,6 +14,8 @@
 #include "Document.h"
 #include "FileTransactionsWriter.h"
 #include "SarIndexInfo.h"
+#include "IndexedDocumentWeight.h"
+#include "RankingEngineConfig.h"
 #include "SarQueryCache.h"
 #include "SarSliceStores.h"
 #include "SarTransaction.h"
@@ -29,6 +31,20 @@
 namespace Ostrel {
 
 class FileTransactionsReader;
+
+// What a query answers beside its records.
+struct QueryAnswer {
+    // The matches, less those deleted since; the second also less the duplicates dropped.
+    unsigned total = 0;
+    unsigned totalWithoutDuplicates = 0;
+    double seconds = 0;
+    // The query's stop words, as the user wrote them.
+    std::vector<std::u16string> ignoredTerms;
+    // A bad query text: what the parser built is still answered.
+    QueryException exception;
+    // The deferred checks stopped at their limit: more documents may match.
+    bool more = false;
+};
 
 class Sarvane : public SarvaneCallInterface {
 public:
@@ -82,6 +98,20 @@ public:
     // The documents of the committed counters, as the document store holds them.
     uint32_t GetNumberOfDocuments() const;
 
+    // Answers a query from the slice's documents of `collections` (all when empty): records `first` to
+    // first + count of the ranked list (at most 1000 in all), from the cache when a query with the same text,
+    // order, language, collections and identities was answered since the last change. The exact text
+    // "@dumpcache" also writes "DumpCache.txt". True when a duplicate was dropped. Any thread.
+    bool PerformQuery(const std::u16string& query, const std::u16string& extraQuery,
+                      const std::vector<SarcIdentity>& networkIds, const std::vector<uint16_t>& collections,
+                      std::vector<IndexedDocumentWeight>& results, unsigned first, unsigned count, bool filterDuplicates,
+                      bool optimization, SortCriteria sortCriteria, const std::u16string& preferredLanguage,
+                      QueryAnswer& answer) const;
+    // The stored document of `id`, the slice's own when `idIsInternal`, else an index document id; null when
+    // there is none. Any thread.
+    Vantu::SmartPtrToConst<IndexedDocument> LoadDocument(unsigned int id, const std::vector<SarcIdentity>& networkIds,
+                                                         bool idIsInternal) const;
+
     // The reader's steps of a transaction's life: write "Index.info.new", make it "Index.info", load the
     // counters back from disk, and the end of recovery. Each needs a started, writable slice.
     void PreCommitFromReader();
@@ -116,6 +146,15 @@ private:
     void RefreshStoredStatistics() const;
     // Keeps what ended the reader and releases everyone who waits on it.
     void ReaderFailed(std::exception_ptr failure);
+    // The query path's steps, under the read side of filesLock_.
+    QueryCacheEntry ComputeAnswer(const std::u16string& text, const VantuAlgo::BitVector& allowed, bool optimization,
+                                  SortCriteria sortCriteria, const std::u16string& preferredLanguage,
+                                  unsigned maximumTerms, unsigned wanted) const;
+    // The records of the range from a ranked list; true when a duplicate was dropped.
+    bool CollectResults(const QueryCacheEntry& entry, bool useDuplicateFilter, uint32_t duplicateFactor, unsigned first,
+                        unsigned count, SortCriteria sortCriteria, std::vector<IndexedDocumentWeight>& results,
+                        QueryAnswer& answer) const;
+    void WriteCacheDump() const;
     void RethrowReaderFailure() const;
 
     // Plain flags, polled across threads, each paired with the event that wakes the poller.
@@ -162,7 +201,11 @@ private:
     // and before the query cache's lock.
     mutable std::mutex statisticsLock_;
     // Emptied whenever answers could change: at Start, on rank updates, after each applied transaction.
-    SarQueryCache queryCache_;
+    mutable SarQueryCache queryCache_;
+    // The query path's language and stop words, taken from the configuration at Start, and the ranking's.
+    std::unique_ptr<VantuLanguage::Language> language_;
+    VantuLanguage::StopWords stopWords_;
+    RankingEngineConfig rankingConfig_;
 };
 
 }  // namespace Ostrel
