@@ -32,20 +32,6 @@ namespace Ostrel {
 
 class FileTransactionsReader;
 
-// What a query answers beside its records.
-struct QueryAnswer {
-    // The matches, less those deleted since; the second also less the duplicates dropped.
-    unsigned total = 0;
-    unsigned totalWithoutDuplicates = 0;
-    double seconds = 0;
-    // The query's stop words, as the user wrote them.
-    std::vector<std::u16string> ignoredTerms;
-    // A bad query text: what the parser built is still answered.
-    QueryException exception;
-    // The deferred checks stopped at their limit: more documents may match.
-    bool more = false;
-};
-
 class Sarvane : public SarvaneCallInterface {
 public:
     // Copies the configuration and creates the index directory; opens no store.
@@ -106,11 +92,11 @@ public:
                       const std::vector<SarcIdentity>& networkIds, const std::vector<uint16_t>& collections,
                       std::vector<IndexedDocumentWeight>& results, unsigned first, unsigned count, bool filterDuplicates,
                       bool optimization, SortCriteria sortCriteria, const std::u16string& preferredLanguage,
-                      QueryAnswer& answer) const;
+                      QueryAnswer& answer) const override;
     // The stored document of `id`, the slice's own when `idIsInternal`, else an index document id; null when
     // there is none. Any thread.
     Vantu::SmartPtrToConst<IndexedDocument> LoadDocument(unsigned int id, const std::vector<SarcIdentity>& networkIds,
-                                                         bool idIsInternal) const;
+                                                         bool idIsInternal) const override;
 
     // The reader's steps of a transaction's life: write "Index.info.new", make it "Index.info", load the
     // counters back from disk, and the end of recovery. Each needs a started, writable slice.

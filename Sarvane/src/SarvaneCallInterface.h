@@ -7,6 +7,13 @@
 #include <utility>
 #include <vector>
 
+#include "IndexedDocument.h"
+#include "IndexedDocumentWeight.h"
+#include "QueryException.h"
+#include "SarvaneContainerAccess.h"
+#include "SortCriteria.h"
+#include "core/RefCounted.h"
+
 namespace Vantu {
 class LogCallInterface;
 }
@@ -15,6 +22,20 @@ namespace Ostrel {
 
 class SarvaneConfig;
 struct SarvaneStatistics;
+
+// What a query answers beside its records.
+struct QueryAnswer {
+    // The matches, less those deleted since; the second also less the duplicates dropped.
+    unsigned total = 0;
+    unsigned totalWithoutDuplicates = 0;
+    double seconds = 0;
+    // The query's stop words, as the user wrote them.
+    std::vector<std::u16string> ignoredTerms;
+    // A bad query text: what the parser built is still answered.
+    QueryException exception;
+    // The deferred checks stopped at their limit: more documents may match.
+    bool more = false;
+};
 
 class SarvaneCallInterface {
 public:
@@ -52,6 +73,18 @@ public:
     virtual uint64_t GetDiskSpaceUsed() const = 0;
     virtual bool HasEnoughFreeSpaceToShrink() const = 0;
     virtual std::u16string GetIndexFilesPath() const = 0;
+
+    // The records `first` to first + count of the slice's answer to a query, within `collections` (all when
+    // empty); true when a duplicate was dropped.
+    virtual bool PerformQuery(const std::u16string& query, const std::u16string& extraQuery,
+                              const std::vector<SarcIdentity>& networkIds, const std::vector<uint16_t>& collections,
+                              std::vector<IndexedDocumentWeight>& results, unsigned first, unsigned count,
+                              bool filterDuplicates, bool optimization, SortCriteria sortCriteria,
+                              const std::u16string& preferredLanguage, QueryAnswer& answer) const = 0;
+    // The stored document of `id`, the slice's own when `idIsInternal`, else an index document id; null for none.
+    virtual Vantu::SmartPtrToConst<IndexedDocument> LoadDocument(unsigned int id,
+                                                                 const std::vector<SarcIdentity>& networkIds,
+                                                                 bool idIsInternal) const = 0;
 };
 
 }  // namespace Ostrel

@@ -10,6 +10,7 @@
 #include "SarThreads.h"
 #include "SarvaneCallInterfaceOperations.h"
 #include "SarvaneConfig.h"
+#include "ThreadedQuery.h"
 #include "core/Text.h"
 #include "file/FileSystem.h"
 
@@ -17,6 +18,15 @@ namespace Ostrel {
 
 using VantuThread::ReadLocker;
 using VantuThread::WriteLocker;
+
+namespace {
+
+// A merged answer never reaches past this place.
+constexpr size_t kResultsPerQuery = 1000;
+// One counter for the whole process: successive queries take the mirrors of an index in turn.
+std::atomic<uint32_t> queryCounter{0};
+
+}  // namespace
 
 namespace {
 
@@ -232,19 +242,102 @@ void SarvaneContainer::EnumValidCollectionIDs(const std::vector<SarcIdentity>& i
     return SarLogged(log_, SarvaneContainerSuffix::EnumValidCollectionIDs, [&] {
         // operationLock keeps the security cache from going away meanwhile.
         ReadLocker operation(operationLock_);
-        std::vector<SarcIdentity> expanded;
-        {
-            ReadLocker indexes(indexesLock_);
-            if (securityCache_)
-                securityCache_->RetrieveLocalNetworkIDs(identities, expanded);
-            else
-                expanded = identities;
-        }
+        const std::vector<SarcIdentity> expanded = ExpandIdentities(identities);
         out.clear();
         ReadLocker indexes(indexesLock_);
         for (const auto& [physical, index] : physicalIndexes_)
             for (const auto& [collection, access] : index.GetCollectionAccess())
                 if (access->IsAllowed(expanded)) out.emplace_back(physical, collection);
+    });
+}
+
+std::vector<SarcIdentity> SarvaneContainer::ExpandIdentities(const std::vector<SarcIdentity>& identities) const {
+    ReadLocker indexes(indexesLock_);
+    if (!securityCache_) return identities;
+    std::vector<SarcIdentity> expanded;
+    securityCache_->RetrieveLocalNetworkIDs(identities, expanded);
+    return expanded;
+}
+
+bool SarvaneContainer::PerformQuery(const std::u16string& query, const std::u16string& extraQuery,
+                                    const std::vector<SarcIdentity>& networkIds,
+                                    const std::map<uint16_t, std::vector<uint16_t>>& collectionsByPhysicalIndex,
+                                    std::vector<IndexedDocumentWeight>& results, unsigned first, unsigned count,
+                                    bool filterDuplicates, bool optimization, SortCriteria sortCriteria,
+                                    const std::u16string& preferredLanguage, QueryAnswer& answer) const {
+    return SarLogged(log_, SarvaneContainerSuffix::PerformQuery, [&] {
+        const auto start = std::chrono::steady_clock::now();
+        ReadLocker operation(operationLock_);
+        const std::vector<SarcIdentity> expanded = ExpandIdentities(networkIds);
+        answer = QueryAnswer();
+        results.clear();
+        // Held for the whole call: the pool threads rely on it, so that no slice goes away under them.
+        ReadLocker indexes(indexesLock_);
+        const uint32_t duplicateFactor = config_.GetDocumentDuplicateFactor();
+        std::vector<std::shared_ptr<ThreadedQuery>> queries;
+        for (const auto& [physical, wanted] : collectionsByPhysicalIndex) {
+            const auto index = physicalIndexes_.find(physical);
+            if (index == physicalIndexes_.end() || index->second.GetMirrors().empty()) continue;
+            std::vector<uint16_t> allowed;
+            for (uint16_t collection : wanted) {
+                const auto& access = index->second.GetCollectionAccess();
+                if (const auto list = access.find(collection); list != access.end() && list->second->IsAllowed(expanded))
+                    allowed.push_back(collection);
+            }
+            if (allowed.empty()) continue;
+            const auto& mirrors = index->second.GetMirrors();
+            const MirrorIndex& mirror = std::next(mirrors.begin(), ++queryCounter % mirrors.size())->second;
+            for (const auto& [id, slice] : mirror.GetSlices()) {
+                auto threaded = std::make_shared<ThreadedQuery>(*slice, expanded, query, extraQuery, allowed,
+                                                                first + count, filterDuplicates, optimization,
+                                                                preferredLanguage, sortCriteria, duplicateFactor);
+                queries.push_back(threaded);
+                queryPool_.AddFunction(VantuThread::MakeFunction([threaded] { threaded->Run(); }));
+            }
+        }
+        bool duplicatesDropped = false;
+        std::vector<IndexedDocumentWeight> merged;
+        // Every slice is waited for, even after one failed: none may run on past the topology's lock.
+        std::exception_ptr failure;
+        for (const auto& threaded : queries) {
+            threaded->Wait();
+            if (failure) continue;
+            try {
+                threaded->Collect(merged, answer, duplicatesDropped);
+            } catch (...) {
+                failure = std::current_exception();
+            }
+        }
+        if (failure) std::rethrow_exception(failure);
+        std::stable_sort(merged.begin(), merged.end(), IndexedDocumentWeight::ComesBefore);
+        const size_t end = std::min<size_t>({size_t(first) + count, kResultsPerQuery, merged.size()});
+        const size_t begin = std::min<size_t>(first, end);
+        results.assign(std::make_move_iterator(merged.begin() + begin), std::make_move_iterator(merged.begin() + end));
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        answer.seconds = std::max(0.01, seconds);
+        return duplicatesDropped;
+    });
+}
+
+Vantu::SmartPtrToConst<IndexedDocument> SarvaneContainer::LoadDocument(uint16_t physical, uint16_t mirror,
+                                                                       uint16_t sliceId, unsigned documentId,
+                                                                       const std::vector<SarcIdentity>& networkIds) const {
+    return SarLogged(log_, SarvaneContainerSuffix::LoadDocument, [&]() -> Vantu::SmartPtrToConst<IndexedDocument> {
+        ReadLocker operation(operationLock_);
+        const std::vector<SarcIdentity> expanded = ExpandIdentities(networkIds);
+        ReadLocker indexes(indexesLock_);
+        const auto index = physicalIndexes_.find(physical);
+        if (index == physicalIndexes_.end()) return nullptr;
+        const auto copy = index->second.GetMirrors().find(mirror);
+        if (copy == index->second.GetMirrors().end()) return nullptr;
+        const SarvaneCallInterface* slice = copy->second.Find(sliceId);
+        if (!slice) return nullptr;
+        Vantu::SmartPtrToConst<IndexedDocument> document = slice->LoadDocument(documentId, expanded, true);
+        if (!document) return nullptr;
+        // A collection without an access list passes.
+        const auto& access = index->second.GetCollectionAccess();
+        const auto list = access.find(document->collection);
+        return list == access.end() || list->second->IsAllowed(expanded) ? document : nullptr;
     });
 }
 

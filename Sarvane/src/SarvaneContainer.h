@@ -68,6 +68,22 @@ public:
     void EnumValidCollectionIDs(const std::vector<SarcIdentity>& identities,
                                 std::vector<std::pair<uint16_t, uint16_t>>& out) const;
 
+    // Queries. One mirror of each physical index answers (the mirrors take turns), over those of its collections
+    // that the identities, expanded into their groups, may read; its slices run on the query pool, and their
+    // records merge by the sort key, ties in the order of the slices. Records `first` to first + count, never past
+    // place 1000. A bad query text comes back in the answer; a slice's failure is raised. Any thread.
+    bool PerformQuery(const std::u16string& query, const std::u16string& extraQuery,
+                      const std::vector<SarcIdentity>& networkIds,
+                      const std::map<uint16_t, std::vector<uint16_t>>& collectionsByPhysicalIndex,
+                      std::vector<IndexedDocumentWeight>& results, unsigned first, unsigned count, bool filterDuplicates,
+                      bool optimization, SortCriteria sortCriteria, const std::u16string& preferredLanguage,
+                      QueryAnswer& answer) const;
+    // The document `documentId` of a slice; null when the slice or the document is missing or the identities may
+    // not read its collection.
+    Vantu::SmartPtrToConst<IndexedDocument> LoadDocument(uint16_t physical, uint16_t mirror, uint16_t sliceId,
+                                                         unsigned documentId,
+                                                         const std::vector<SarcIdentity>& networkIds) const;
+
     // Access lists of collections.
     void AddAccessControlEntry(uint16_t physical, uint16_t collection, SarcAccessList::AccessType access,
                                const SarcIdentity& identity);
@@ -117,6 +133,8 @@ private:
     bool CheckForRecovery();
     void DoRecovery();
     std::string SentryPath() const;
+    // The identities with the groups they belong to; as given on a stopped container. Under operationLock.
+    std::vector<SarcIdentity> ExpandIdentities(const std::vector<SarcIdentity>& identities) const;
 
     // The statistics thread: started last by Start, ended first by Stop (see Stop for why).
     void StartStatsThread();
@@ -152,7 +170,7 @@ private:
     mutable VantuThread::ReadWriteSemaphore indexesLock_;
     // Shared by the read calls on the URI store; taken after indexesLock.
     mutable VantuThread::ReadWriteSemaphore uriReadersLock_;
-    VantuThread::ThreadPool queryPool_;
+    mutable VantuThread::ThreadPool queryPool_;
     VantuThread::ThreadPool fastQueryPool_;
     SarOperationPool operationPool_;
 

@@ -113,7 +113,41 @@ public:
     uint64_t GetDiskSpaceUsed() const override { return 0; }
     bool HasEnoughFreeSpaceToShrink() const override { return true; }
     std::u16string GetIndexFilesPath() const override { return u""; }
+    // Answers the records of `ranked` from `first`, and notes the collections it was asked for.
+    bool PerformQuery(const std::u16string&, const std::u16string&, const std::vector<SarcIdentity>&,
+                      const std::vector<uint16_t>& collections, std::vector<IndexedDocumentWeight>& results,
+                      unsigned first, unsigned count, bool, bool, SortCriteria, const std::u16string&,
+                      QueryAnswer& answer) const override {
+        r_.Add(name_ + ":PerformQuery");
+        if (failQuery) throw SarIndexNotStarted();
+        askedCollections = collections;
+        const size_t end = std::min<size_t>(size_t(first) + count, ranked.size());
+        results.assign(ranked.begin() + std::min<size_t>(first, end), ranked.begin() + end);
+        answer.total = answer.totalWithoutDuplicates = unsigned(ranked.size());
+        answer.exception = QueryException(QuerySyntaxError, name_);
+        return false;
+    }
+    Vantu::SmartPtrToConst<IndexedDocument> LoadDocument(unsigned int id, const std::vector<SarcIdentity>&,
+                                                         bool) const override {
+        for (const IndexedDocumentWeight& record : ranked)
+            if (record.GetDocument()->documentId == id) return record.GetDocument();
+        return nullptr;
+    }
+    // Records of documents `ids` in collection `collection`, scored by `scores`.
+    void Rank(uint16_t collection, std::vector<std::pair<uint32_t, uint32_t>> idsAndScores, SortCriteria order) {
+        for (const auto& [id, score] : idsAndScores) {
+            Vantu::SmartPtr<IndexedDocument> document(new IndexedDocument);
+            document->documentId = id;
+            document->collection = collection;
+            ranked.emplace_back(document, order, score, 0.0f, 0, Vantu::DateTime(), Vantu::DateTime(),
+                                std::vector<Sentence>{}, false, Vantu::FastVector<Highlight>{},
+                                Vantu::FastVector<Highlight>{});
+        }
+    }
 
+    std::vector<IndexedDocumentWeight> ranked;
+    mutable std::vector<uint16_t> askedCollections;
+    bool failQuery = false;
     std::map<std::string, unsigned char> fieldTypes;
     bool rankable = false;
     bool failStart = false;

@@ -302,3 +302,62 @@ TEST_F(ContainerTest, ConcurrentTopologyQuestionsAndLifecycle) {
     for (auto& t : threads) t.join();
     EXPECT_FALSE(container_->IsStarted());
 }
+
+// One mirror of each index answers, the mirrors taking turns; its slices' records merge by the sort key, and the
+// range is cut at place 1000; a collection the identities may not read is never asked for.
+TEST_F(ContainerTest, QueriesMergeOneMirrorOfEachIndexByTheSortKeyWithinTheRange) {
+    container_->AddPhysicalIndex(1);
+    container_->AddCollectionForPhysical(1, 1);
+    container_->AddCollectionForPhysical(1, 2);
+    container_->AddAccessControlEntry(SarcAccessList::AccessType::Allow, u"ann");
+    container_->AddAccessControlEntry(1, 2, SarcAccessList::AccessType::Deny, u"ann");
+    FakeSlice* first = AddSlice(1, 1, 1);
+    FakeSlice* second = AddSlice(1, 1, 2);
+    AddSlice(1, 2, 1);
+    first->Rank(1, {{1, 90}, {2, 50}, {3, 10}}, Relevance);
+    second->Rank(1, {{7, 70}, {8, 50}}, Relevance);
+    std::vector<IndexedDocumentWeight> results;
+    QueryAnswer answer;
+    using Got = std::vector<std::pair<uint32_t, uint32_t>>;
+    const auto ask = [&](unsigned from, unsigned count, const SarcIdentity& who = u"ann") {
+        container_->PerformQuery(u"river", u"", {who}, {{1, {1, 2}}}, results, from, count, false, true, Relevance,
+                                 u"", answer);
+        Got got;
+        for (const IndexedDocumentWeight& record : results)
+            got.emplace_back(record.GetDocument()->documentId, record.GetScore());
+        return got;
+    };
+    const auto asked = [&](const std::string& slice) {
+        const auto events = r_.Events();
+        return std::count(events.begin(), events.end(), slice + ":PerformQuery");
+    };
+    ask(0, 10);
+    ask(0, 10);
+    EXPECT_EQ(asked("s1.1.1"), 1);
+    EXPECT_EQ(asked("s1.2.1"), 1);
+    container_->RemoveSliceIndex(1, 2, 1, false);
+
+    // Equal scores keep the order of the slices.
+    EXPECT_EQ(ask(0, 10), (Got{{1, 90}, {7, 70}, {2, 50}, {8, 50}, {3, 10}}));
+    EXPECT_EQ(first->askedCollections, std::vector<uint16_t>{1});  // collection 2 is denied to ann
+    EXPECT_EQ(answer.total, 5u);
+    EXPECT_EQ(answer.exception.GetText(), "s1.1.2");  // the last slice's
+    EXPECT_EQ(ask(1, 2), (Got{{7, 70}, {2, 50}}));
+    EXPECT_TRUE(container_->LoadDocument(1, 1, 2, 8, {u"ann"}));
+    EXPECT_FALSE(container_->LoadDocument(1, 1, 2, 8, {u"bob"}));  // bob may read no collection
+    EXPECT_FALSE(container_->LoadDocument(1, 1, 3, 8, {u"ann"}));
+
+    // Nothing is answered past place 1000.
+    Got many;
+    for (uint32_t id = 100; id < 1300; ++id) many.emplace_back(id, 2000 - id);
+    second->Rank(1, many, Relevance);
+    EXPECT_EQ(ask(0, 5000).size(), 1000u);
+    EXPECT_EQ(ask(900, 500).size(), 100u);
+    // With no collection to read no slice is asked.
+    const auto before = asked("s1.1.1");
+    EXPECT_TRUE(ask(0, 10, u"bob").empty());
+    EXPECT_EQ(answer.seconds, 0.01);
+    EXPECT_EQ(asked("s1.1.1"), before);
+    first->failQuery = true;
+    EXPECT_THROW(ask(0, 10), SarIndexNotStarted);
+}
