@@ -27,7 +27,8 @@ bool QueryCacheKey::operator<(const QueryCacheKey& o) const {
            std::tie(o.sortCriteria, o.text, o.optimization, o.preferredLanguage, o.collections, o.networkIds);
 }
 
-std::optional<QueryCacheEntry> SarQueryCache::Lookup(const QueryCacheKey& key, uint32_t wanted) {
+std::optional<QueryCacheEntry> SarQueryCache::Lookup(const QueryCacheKey& key, uint32_t wanted,
+                                                     uint64_t& generation) {
     std::shared_ptr<VantuThread::EventSemaphore> twin;
     {
         std::lock_guard<std::mutex> hold(runningLock_);
@@ -36,6 +37,7 @@ std::optional<QueryCacheEntry> SarQueryCache::Lookup(const QueryCacheKey& key, u
     if (twin) twin->Wait();
     {
         VantuThread::ReadLocker hold(entriesLock_);
+        generation = generation_;
         if (const auto found = entries_.find(key); found != entries_.end()) {
             const QueryCacheEntry& entry = found->second.entry;
             // An answer whose checks stopped short of this page would give it fewer records than a fresh one (Q1).
@@ -58,12 +60,13 @@ uint64_t SarQueryCache::EstimateSize(const QueryCacheKey& key, const QueryCacheE
                 key.collections.size() + key.text.size() + key.preferredLanguage.size() + entry.exception.GetText().size());
 }
 
-void SarQueryCache::Store(const QueryCacheKey& key, QueryCacheEntry entry) {
+void SarQueryCache::Store(const QueryCacheKey& key, QueryCacheEntry entry, uint64_t generation) {
     if (entry.weights.size() > kMaxWeights) entry.weights.resize(kMaxWeights);
     const uint64_t size = EstimateSize(key, entry);
     const uint64_t limit = limit_();
     {
         VantuThread::WriteLocker hold(entriesLock_);
+        if (generation != generation_) return Release(key);
         while (size_ + size > limit && !entries_.empty()) {
             const auto oldest = std::min_element(entries_.begin(), entries_.end(), [](const auto& a, const auto& b) {
                 return a.second.timeStamp < b.second.timeStamp;
@@ -97,6 +100,7 @@ void SarQueryCache::Clear() {
     VantuThread::WriteLocker hold(entriesLock_);
     entries_.clear();
     size_ = 0;
+    ++generation_;
 }
 
 size_t SarQueryCache::Entries() const {

@@ -56,12 +56,13 @@ public:
     explicit SarQueryCache(std::function<uint64_t()> limit) : limit_(std::move(limit)) {}
 
     // Waits while a twin computes the same key, then looks it up. A hit takes the next time stamp. A miss (also an
-    // entry whose deferred checks stopped short of `wanted` records, Q1) marks the key running, and the caller
-    // must end with Store or Abandon.
-    std::optional<QueryCacheEntry> Lookup(const QueryCacheKey& key, uint32_t wanted);
+    // entry whose deferred checks stopped short of `wanted` records, Q1) marks the key running and gives the
+    // cache's generation in `generation`; the caller must end with Store or Abandon.
+    std::optional<QueryCacheEntry> Lookup(const QueryCacheKey& key, uint32_t wanted, uint64_t& generation);
     // Keeps the answer of a miss (cut to kMaxWeights records), evicting the oldest-used entries until it fits,
-    // and wakes the twins. An entry larger than the whole cache is kept alone.
-    void Store(const QueryCacheKey& key, QueryCacheEntry entry);
+    // and wakes the twins. An entry larger than the whole cache is kept alone. An answer computed before a Clear
+    // (another generation) is dropped: it may tell of the index as it was before the change.
+    void Store(const QueryCacheKey& key, QueryCacheEntry entry, uint64_t generation);
     // The computation failed: the twins wake and compute on their own.
     void Abandon(const QueryCacheKey& key);
     // Whenever answers could change.
@@ -89,6 +90,8 @@ private:
     const std::function<uint64_t()> limit_;
     std::map<QueryCacheKey, Stored> entries_;
     uint64_t size_ = 0;
+    // Raised by each Clear, under entriesLock_.
+    uint64_t generation_ = 0;
     mutable VantuThread::ReadWriteSemaphore entriesLock_;
     // The keys being computed now, each with the event their twins wait on. Never held with entriesLock_.
     std::map<QueryCacheKey, std::shared_ptr<VantuThread::EventSemaphore>> running_;

@@ -76,7 +76,8 @@ bool Sarvane::PerformQuery(const std::u16string& query, const std::u16string& ex
         if (security) allowed.clear();
         const QueryCacheKey key = QueryCacheKey::Make(query, extraQuery, sortCriteria, optimization,
                                                       preferredLanguage, collections, networkIds);
-        std::optional<QueryCacheEntry> entry = queryCache_.Lookup(key, first + count);
+        uint64_t generation;
+        std::optional<QueryCacheEntry> entry = queryCache_.Lookup(key, first + count, generation);
         const bool computed = !entry;
         try {
             if (computed) entry = ComputeAnswer(query + u" " + extraQuery, allowed, optimization, sortCriteria,
@@ -85,7 +86,7 @@ bool Sarvane::PerformQuery(const std::u16string& query, const std::u16string& ex
                                                 sortCriteria, results, answer);
             answer.total = std::min(answer.total, stores_->documents->GetNumberOfDocuments());
             answer.seconds = std::max(0.0, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-            if (computed) queryCache_.Store(key, std::move(*entry));
+            if (computed) queryCache_.Store(key, std::move(*entry), generation);
             return dropped;
         } catch (...) {
             if (computed) queryCache_.Abandon(key);

@@ -25,22 +25,27 @@ QueryCacheEntry Answer(uint32_t documents, bool more = false, uint32_t computedF
 
 }  // namespace
 
-// The key holds neither the range nor the case or spacing of the text, but does hold who asks and where.
+// The key holds neither the range nor the case or spacing of the text, but does hold who asks and where; a Clear
+// empties the cache for good.
 TEST(SarQueryCache, LaterPagesAndSpellingVariantsHitOtherIdentitiesAndCollectionsMiss) {
     SarQueryCache cache([] { return uint64_t(1) << 20; });
-    ASSERT_FALSE(cache.Lookup(Key(u"river mill"), 10));
-    cache.Store(Key(u"river mill"), Answer(30));
-    const auto hit = cache.Lookup(Key(u"  River   MILL "), 500);
+    uint64_t g = 0;  // the generation of the last miss
+    ASSERT_FALSE(cache.Lookup(Key(u"river mill"), 10, g));
+    cache.Store(Key(u"river mill"), Answer(30), g);
+    const auto hit = cache.Lookup(Key(u"  River   MILL "), 500, g);
     ASSERT_TRUE(hit);
     EXPECT_EQ(hit->weights.size(), 30u);
     for (const QueryCacheKey& other : {Key(u"river mill", {2}), Key(u"river mill", {1}, {u"bob"}), Key(u"river")}) {
-        EXPECT_FALSE(cache.Lookup(other, 10));
+        EXPECT_FALSE(cache.Lookup(other, 10, g));
         cache.Abandon(other);
     }
     cache.Clear();
-    EXPECT_FALSE(cache.Lookup(Key(u"river mill"), 10));
-    cache.Abandon(Key(u"river mill"));
+    EXPECT_FALSE(cache.Lookup(Key(u"river mill"), 10, g));
     EXPECT_EQ(cache.SizeInBytes(), 0u);
+    // An answer computed before a change of the index never enters the cache after it.
+    cache.Clear();
+    cache.Store(Key(u"river mill"), Answer(30), g);
+    EXPECT_EQ(cache.Entries(), 0u);
 }
 
 TEST(SarQueryCache, TheOldestUsedEntryGoesFirstAndAnEntryLargerThanTheCacheStaysAlone) {
@@ -48,42 +53,46 @@ TEST(SarQueryCache, TheOldestUsedEntryGoesFirstAndAnEntryLargerThanTheCacheStays
     const uint64_t one = 2 * (4 * (4 * 10 + 20) + 6 * 3 + 1 + 1 + 2);
     uint64_t limit = 2 * one;
     SarQueryCache cache([&] { return limit; });
+    uint64_t g = 0;  // the generation of the last miss
     for (const char16_t* text : {u"a", u"b"}) {
-        ASSERT_FALSE(cache.Lookup(Key(text), 10));
-        cache.Store(Key(text), Answer(10));
+        ASSERT_FALSE(cache.Lookup(Key(text), 10, g));
+        cache.Store(Key(text), Answer(10), g);
     }
     EXPECT_EQ(cache.SizeInBytes(), 2 * one);
-    ASSERT_TRUE(cache.Lookup(Key(u"a"), 10));  // "b" is now the oldest used
-    ASSERT_FALSE(cache.Lookup(Key(u"c"), 10));
-    cache.Store(Key(u"c"), Answer(10));
-    EXPECT_TRUE(cache.Lookup(Key(u"a"), 10));
-    EXPECT_FALSE(cache.Lookup(Key(u"b"), 10));
+    ASSERT_TRUE(cache.Lookup(Key(u"a"), 10, g));  // "b" is now the oldest used
+    ASSERT_FALSE(cache.Lookup(Key(u"c"), 10, g));
+    cache.Store(Key(u"c"), Answer(10), g);
+    EXPECT_TRUE(cache.Lookup(Key(u"a"), 10, g));
+    EXPECT_FALSE(cache.Lookup(Key(u"b"), 10, g));
     cache.Abandon(Key(u"b"));
-    ASSERT_FALSE(cache.Lookup(Key(u"d"), 10));
-    cache.Store(Key(u"d"), Answer(SarQueryCache::kMaxWeights + 5));
+    ASSERT_FALSE(cache.Lookup(Key(u"d"), 10, g));
+    cache.Store(Key(u"d"), Answer(SarQueryCache::kMaxWeights + 5), g);
     EXPECT_EQ(cache.Entries(), 1u);
-    EXPECT_EQ(cache.Lookup(Key(u"d"), 10)->weights.size(), SarQueryCache::kMaxWeights);
+    EXPECT_EQ(cache.Lookup(Key(u"d"), 10, g)->weights.size(), SarQueryCache::kMaxWeights);
 }
 
 // An answer whose deferred checks stopped at the first page never answers a deeper one (Q1).
 TEST(SarQueryCache, Q1_AnAnswerCutShortOfTheRequestedRangeIsComputedAgainAndReplaced) {
     SarQueryCache cache([] { return uint64_t(1) << 20; });
-    ASSERT_FALSE(cache.Lookup(Key(u"near"), 10));
-    cache.Store(Key(u"near"), Answer(10, true, 10));
-    EXPECT_TRUE(cache.Lookup(Key(u"near"), 10));
-    EXPECT_FALSE(cache.Lookup(Key(u"near"), 20));
-    cache.Store(Key(u"near"), Answer(20, true, 20));
-    EXPECT_EQ(cache.Lookup(Key(u"near"), 20)->weights.size(), 20u);
+    uint64_t g = 0;  // the generation of the last miss
+    ASSERT_FALSE(cache.Lookup(Key(u"near"), 10, g));
+    cache.Store(Key(u"near"), Answer(10, true, 10), g);
+    EXPECT_TRUE(cache.Lookup(Key(u"near"), 10, g));
+    EXPECT_FALSE(cache.Lookup(Key(u"near"), 20, g));
+    cache.Store(Key(u"near"), Answer(20, true, 20), g);
+    EXPECT_EQ(cache.Lookup(Key(u"near"), 20, g)->weights.size(), 20u);
 }
 
 // Of two equal queries at once, the second waits for the first's answer instead of computing it again.
 TEST(SarQueryCache, ATwinWaitsForTheAnswerOfTheQueryBeingComputed) {
     SarQueryCache cache([] { return uint64_t(1) << 20; });
-    ASSERT_FALSE(cache.Lookup(Key(u"mill"), 10));
+    uint64_t g = 0;  // the generation of the last miss
+    ASSERT_FALSE(cache.Lookup(Key(u"mill"), 10, g));
     std::optional<QueryCacheEntry> twin;
-    std::thread waiting([&] { twin = cache.Lookup(Key(u"mill"), 10); });
+    uint64_t twinGeneration;
+    std::thread waiting([&] { twin = cache.Lookup(Key(u"mill"), 10, twinGeneration); });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));  // lets the twin reach its wait
-    cache.Store(Key(u"mill"), Answer(3));
+    cache.Store(Key(u"mill"), Answer(3), g);
     waiting.join();
     ASSERT_TRUE(twin);
     EXPECT_EQ(twin->total, 3u);
@@ -91,8 +100,9 @@ TEST(SarQueryCache, ATwinWaitsForTheAnswerOfTheQueryBeingComputed) {
 
 TEST(SarQueryCache, TheDumpListsEachEntryWithItsKeySizeAndTimeStamp) {
     SarQueryCache cache([] { return uint64_t(4096); });
-    ASSERT_FALSE(cache.Lookup(Key(u"Mill", {1, 3}, {u"ann", u"bob"}), 10));
-    cache.Store(Key(u"Mill", {1, 3}, {u"ann", u"bob"}), Answer(2));
+    uint64_t g = 0;  // the generation of the last miss
+    ASSERT_FALSE(cache.Lookup(Key(u"Mill", {1, 3}, {u"ann", u"bob"}), 10, g));
+    cache.Store(Key(u"Mill", {1, 3}, {u"ann", u"bob"}), Answer(2), g);
     const std::u16string text = cache.DumpText();
     EXPECT_EQ(text.substr(0, text.find(u"\tQuery")),
               u"Dump cache\n\nNumber of elements in cache: 1\nMaximum size in bytes: 4096\nSize in bytes of the cache: " +

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <set>
+#include <thread>
 
 #include "DocumentAnalyser.h"
 #include "Sarvane.h"
@@ -114,4 +116,32 @@ TEST(SarvaneQuery, TheCacheServesVariantsAndIsDroppedAfterATransaction) {
     slice.Add(12, 6);
     EXPECT_NE(slice.Dump().find(u"Number of elements in cache: 0\n"), std::u16string::npos);
     EXPECT_EQ(slice.Ask(u"river").front(), "doc:15");
+}
+
+// Queries run while the reader applies transactions: each answer is the index before or after a transaction,
+// never less than an earlier answer, and the cache never keeps an answer from before a change.
+TEST(SarvaneQuery, QueriesDuringTransactionsSeeWholeStatesInOrder) {
+    TempDir dir;
+    QuerySlice slice(dir / "slice");
+    slice.Add(0, 6);
+    std::atomic<bool> done{false};
+    std::vector<unsigned> totals;
+    std::thread asking([&] {
+        while (!done) {
+            QueryAnswer answer;
+            slice.Ask(u"stone", 0, 5, &answer);
+            totals.push_back(answer.total);
+        }
+    });
+    for (uint32_t first = 6; first < 36; first += 6) slice.Add(first, 6);
+    done = true;
+    asking.join();
+    ASSERT_FALSE(totals.empty());
+    for (size_t i = 0; i < totals.size(); ++i) {
+        EXPECT_EQ(totals[i] % 6, 0u) << totals[i];
+        if (i > 0) EXPECT_GE(totals[i], totals[i - 1]);
+    }
+    QueryAnswer answer;
+    slice.Ask(u"stone", 0, 5, &answer);
+    EXPECT_EQ(answer.total, 36u);
 }
