@@ -85,12 +85,7 @@ struct QuerySlice {
 
     void Open(const std::string& dir) {
         Ostrel::SarvaneConfig config = SarvaneBench::SliceConfig(dir);
-        stores = std::make_unique<SarSliceStores>(SarvaneBench::Internal(config), true);
-        SarIndexInfo info;
-        info.Load(SarIndexInfo::LoadPath(dir), false);
-        stores->documents->LoadInfo(info);
-        stores->lexicon->LoadInfo(info);
-        stores->RecoveryDone();
+        stores = SarSliceStores::OpenStopped(SarvaneBench::Internal(config));
         evaluation = std::make_unique<StoresEvaluationSlice>(*stores, language, stopWords);
         allowed.resize(evaluation->GetCurrentDocumentID(), true);
     }

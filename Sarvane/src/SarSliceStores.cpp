@@ -1,5 +1,7 @@
 #include "SarSliceStores.h"
 
+#include "SarStoreFiles.h"
+
 namespace Ostrel {
 
 SarSliceStores::SarSliceStores(const Vantu::SmartPtr<SarvaneInternalConfig>& config, bool readOnly)
@@ -17,6 +19,21 @@ SarSliceStores::~SarSliceStores() {
     smallTerms = nullptr;
     terms = nullptr;
     documents = nullptr;
+}
+
+std::unique_ptr<SarSliceStores> SarSliceStores::OpenStopped(const Vantu::SmartPtr<SarvaneInternalConfig>& config) {
+    auto stores = std::make_unique<SarSliceStores>(config, true);
+    std::string directory;
+    {
+        SarvaneConfigReadLock<SarvaneInternalConfig> hold(*config);
+        directory = config->GetIndexFilesPathAsString();
+    }
+    SarIndexInfo info;
+    if (const std::string path = SarIndexInfo::LoadPath(directory); !path.empty()) info.Load(path, false);
+    stores->documents->LoadInfo(info);
+    stores->lexicon->LoadInfo(info);
+    stores->RecoveryDone();
+    return stores;
 }
 
 void SarSliceStores::RecoveryDone() {

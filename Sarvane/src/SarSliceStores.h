@@ -2,12 +2,15 @@
 // together in the order a stop needs. Made and released under the slice's files lock held exclusively.
 #pragma once
 
+#include <memory>
+
 #include "FileDocIdIndexId.h"
 #include "FileCollections.h"
 #include "FileIndexedDocuments.h"
 #include "FileIndexedTerms.h"
 #include "FileSmallTerms.h"
 #include "Lexicon.h"
+#include "SarIndexInfo.h"
 #include "SarvaneInternalConfig.h"
 #include "core/RefCounted.h"
 
@@ -22,6 +25,10 @@ struct SarSliceStores {
     ~SarSliceStores();
     SarSliceStores(const SarSliceStores&) = delete;
     SarSliceStores& operator=(const SarSliceStores&) = delete;
+
+    // The stores of a stopped slice, read-only, with the counters of its "Index.info": for tools, tests and
+    // benches that look into a slice no engine runs on.
+    static std::unique_ptr<SarSliceStores> OpenStopped(const Vantu::SmartPtr<SarvaneInternalConfig>& config);
 
     // The stores' end of a start, once the counters of "Index.info" are loaded.
     void RecoveryDone();

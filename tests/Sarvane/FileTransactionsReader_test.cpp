@@ -99,16 +99,7 @@ void CommitAll(Sarvane& slice) {
     slice.Commit();
 }
 
-// The stores of a stopped slice, read-only, with the counters of its "Index.info".
-std::unique_ptr<SarSliceStores> OpenStores(const std::string& dir) {
-    auto stores = std::make_unique<SarSliceStores>(SliceConfigIn(dir), true);
-    SarIndexInfo info;
-    info.Load(SarIndexInfo::LoadPath(dir), false);
-    stores->documents->LoadInfo(info);
-    stores->lexicon->LoadInfo(info);
-    stores->RecoveryDone();
-    return stores;
-}
+std::unique_ptr<SarSliceStores> OpenStores(const std::string& dir) { return SarSliceStores::OpenStopped(SliceConfigIn(dir)); }
 
 // A stopped slice's state, in a form two runs compare: each document's record, the postings with positions of
 // every term the generated texts use, the collections' lists and the deleted documents.

@@ -62,12 +62,7 @@ public:
             slice.Flush();
             slice.Stop(false);
         }
-        stores = std::make_unique<SarSliceStores>(SliceConfigIn(dir), true);
-        SarIndexInfo info;
-        info.Load(SarIndexInfo::LoadPath(dir), false);
-        stores->documents->LoadInfo(info);
-        stores->lexicon->LoadInfo(info);
-        stores->RecoveryDone();
+        stores = SarSliceStores::OpenStopped(SliceConfigIn(dir));
         evaluation = std::make_unique<StoresEvaluationSlice>(*stores, language, stopWords);
         all.resize(kDocuments, true);
     }

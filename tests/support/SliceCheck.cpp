@@ -6,13 +6,13 @@
 #include "FileDocIdIndexId.h"
 #include "FileIndexedDocuments.h"
 #include "FileIndexedTerms.h"
-#include "FileTransactionsWriter.h"
 #include "FileSmallTerms.h"
 #include "Lexicon.h"
 #include "SarIndexChecker.h"
 #include "SarIndexInfo.h"
 #include "SarTransaction.h"
 #include "SarTransactionRecords.h"
+#include "Sarvane.h"
 #include "SliceFiles.h"
 #include "core/Text.h"
 #include "file/BinaryStreamMemoryBuffer.h"
@@ -175,24 +175,6 @@ void AddPostings(Lexicon& lexicon, const SampleSlice& sample, uint32_t first, ui
     }
 }
 
-// The postings store takes the terms of a transaction in ascending id, as the reader hands them over; a term
-// that passes 25 documents moves to the frequent tree.
-void AddTermTable(Lexicon& lexicon, FileIndexedTerms& terms, const TransactionTermTable& table) {
-    std::map<uint32_t, TransactionTermTable::const_iterator> byId;
-    for (auto at = table.begin(); at != table.end(); ++at)
-        byId[lexicon.AddTerm(at->first, uint32_t(at->second.size()), false)] = at;
-    for (const auto& [id, at] : byId) {
-        std::vector<TransactionTermOperation> operations;
-        for (const TransactionTermEntry& entry : at->second) {
-            operations.push_back(entry.operation);
-            operations.back().SetData(entry.data.data(), uint16_t(entry.data.size()));
-        }
-        FileIndexedTerms::Operations pointers;
-        for (auto& operation : operations) pointers.push_back(&operation);
-        if (terms.AddDocumentsForTerm(id, pointers)) lexicon.PromoteTerm(at->first);
-    }
-}
-
 void AddDocuments(Stores& stores, const SampleSlice& sample, uint32_t first, uint32_t end) {
     for (uint32_t d = first; d < end; ++d) {
         AddDocument(*stores.documents, d);
@@ -227,28 +209,16 @@ namespace SarvaneTest {
 
 void ApplyAsTransaction(const std::string& dir, const std::vector<Vantu::SmartPtr<Document>>& documents,
                         uint32_t firstIndexId) {
-    Stores stores(dir);
-    SarvaneSliceStatistics statistics;
-    std::mutex section;
-    uint32_t pending = 0;
-    const std::string path = dir + "/" + Vantu::ToUtf8(SarTransactionFileName(firstIndexId));
-    {
-        Vantu::SmartPtr<FileTransactionsWriter> writer(new FileTransactionsWriter(
-            stores.config, stores.map, Vantu::FromUtf8(path), statistics, section, pending, nullptr));
-        for (size_t i = 0; i < documents.size(); ++i)
-            writer->AddDocument(Vantu::SmartPtrToConst<Document>(documents[i]), firstIndexId + uint32_t(i));
-        writer->PreCommit();
-        writer->Commit();
-    }
-    const TransactionContents contents = TransactionContents::Decode(path, stores.config->GetDocumentLevelSecurity());
-    stores.Begin();
-    for (const TransactionDocumentRecord& record : contents.documents) {
-        AddRecord(*stores.documents, record);
-        stores.collections->AddDocument(record.documentId, record.collection);
-    }
-    AddTermTable(*stores.lexicon, *stores.terms, contents.sections.terms);
-    stores.Commit(dir);
-    VantuFile::DeleteDurably(path);
+    SarvaneConfig config(1, 1, 1);
+    config.SetIndexFilesPath(Vantu::FromUtf8(dir));
+    Sarvane slice(config);
+    for (const auto& document : documents) slice.AddSupportedCollection(document->collection);
+    slice.Start(false);
+    for (size_t i = 0; i < documents.size(); ++i) slice.AddDocument(documents[i], firstIndexId + uint32_t(i));
+    slice.PreCommit();
+    slice.Commit();
+    slice.Flush();
+    slice.Stop(false);
 }
 
 }  // namespace SarvaneTest

@@ -34,8 +34,8 @@ SampleSlice SampleContents();
 // collections, the document-id map and "Index.info".
 void BuildSampleSlice(const std::string& dir);
 
-// Writes the analysed documents as one slice transaction, with index document ids from `firstIndexId`, then
-// applies it to the stores of `dir` as the slice's reader would, and commits.
+// Adds the analysed documents to the slice in `dir` as one transaction, with index document ids from
+// `firstIndexId`, and waits until the slice's reader applied it.
 void ApplyAsTransaction(const std::string& dir, const std::vector<Vantu::SmartPtr<Ostrel::Document>>& documents,
                         uint32_t firstIndexId);
 
