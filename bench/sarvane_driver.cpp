@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -285,7 +287,9 @@ int main(int argc, char** argv) {
             std::printf("index              reused from %s (%u slices)\n", options.dir.c_str(), options.slices);
         else
             Index(options);
-        std::printf("index MB           %.1f\n", double(DirectoryBytes(options.dir)) / (1 << 20));
+        uint64_t indexBytes = 0;
+        for (unsigned i = 0; i < options.slices; ++i) indexBytes += DirectoryBytes(SliceDirectory(options, i));
+        std::printf("index MB           %.1f\n", double(indexBytes) / (1 << 20));
         PrintPeakResident("peak resident MB   %.1f\n");
         RunQueries(options);
         PrintPeakResident("\npeak resident MB   %.1f after the queries\n");
