@@ -236,7 +236,9 @@ TEST(FileTransactionsReader, CommittedDocumentsReachEveryStoreWithTheirPostingsR
         const auto document = stores.documents->LoadDocument(key);
         const bool gone = key == 1 || key == 2 || key == 9;
         EXPECT_EQ(!document, gone) << key;
-        if (document) EXPECT_EQ(document->uri, "doc:" + std::to_string(key));
+        if (document) {
+            EXPECT_EQ(document->uri, "doc:" + std::to_string(key));
+        }
     }
     EXPECT_EQ(stores.documents->GetDocumentWeight(0).RankValue(), 0.5f);
     EXPECT_EQ(stores.documents->GetDocumentWeight(3).RankValue(), 0.25f);
