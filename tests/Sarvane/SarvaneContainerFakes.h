@@ -133,13 +133,14 @@ public:
             if (record.GetDocument()->documentId == id) return record.GetDocument();
         return nullptr;
     }
-    // Records of documents `ids` in collection `collection`, scored by `scores`.
+    // Records of the documents in collection `collection` with their scores, each dated `id` days into 2001.
     void Rank(uint16_t collection, std::vector<std::pair<uint32_t, uint32_t>> idsAndScores, SortCriteria order) {
         for (const auto& [id, score] : idsAndScores) {
             Vantu::SmartPtr<IndexedDocument> document(new IndexedDocument);
             document->documentId = id;
             document->collection = collection;
-            ranked.emplace_back(document, order, score, 0.0f, 0, Vantu::DateTime(), Vantu::DateTime(),
+            const Vantu::DateTime date = Vantu::DateTime::FromSeconds(978307200 + id * 86400);
+            ranked.emplace_back(document, order, score, 0.0f, 0, date, date,
                                 std::vector<Sentence>{}, false, Vantu::FastVector<Highlight>{},
                                 Vantu::FastVector<Highlight>{});
         }

@@ -361,3 +361,28 @@ TEST_F(ContainerTest, QueriesMergeOneMirrorOfEachIndexByTheSortKeyWithinTheRange
     first->failQuery = true;
     EXPECT_THROW(ask(0, 10), SarIndexNotStarted);
 }
+
+// Each order merges the slices' lists by its own key: dates and indexing order, either way.
+TEST_F(ContainerTest, EveryOrderMergesTheSlicesByItsKey) {
+    container_->AddPhysicalIndex(1);
+    container_->AddCollectionForPhysical(1, 1);
+    container_->AddAccessControlEntry(SarcAccessList::AccessType::Allow, u"ann");
+    FakeSlice* first = AddSlice(1, 1, 1);
+    FakeSlice* second = AddSlice(1, 1, 2);
+    for (SortCriteria order : {DocumentDateDescending, DocumentDateAscending, IndexDateDescending, IndexDateAscending}) {
+        const bool newest = order == DocumentDateDescending || order == IndexDateDescending;
+        first->ranked.clear();
+        second->ranked.clear();
+        first->Rank(1, newest ? std::vector<std::pair<uint32_t, uint32_t>>{{9, 0}, {4, 0}, {1, 0}}
+                              : std::vector<std::pair<uint32_t, uint32_t>>{{1, 0}, {4, 0}, {9, 0}}, order);
+        second->Rank(1, newest ? std::vector<std::pair<uint32_t, uint32_t>>{{7, 0}, {2, 0}}
+                               : std::vector<std::pair<uint32_t, uint32_t>>{{2, 0}, {7, 0}}, order);
+        std::vector<IndexedDocumentWeight> results;
+        QueryAnswer answer;
+        container_->PerformQuery(u"river", u"", {u"ann"}, {{1, {1}}}, results, 0, 10, false, false, order, u"", answer);
+        std::vector<uint32_t> ids;
+        for (const IndexedDocumentWeight& record : results) ids.push_back(record.GetDocument()->documentId);
+        EXPECT_EQ(ids, newest ? (std::vector<uint32_t>{9, 7, 4, 2, 1}) : (std::vector<uint32_t>{1, 2, 4, 7, 9}))
+            << SortCriteriaText(order);
+    }
+}
