@@ -50,6 +50,18 @@ inline std::string JsonString(const std::string& line, size_t& pos) {
     return out;
 }
 
+// One line of the corpus: a JSON object with the strings "uri" and "text".
+inline CorpusDocument ParseCorpusLine(const std::string& line) {
+    CorpusDocument doc;
+    for (const char* key : {"\"uri\"", "\"text\""}) {
+        size_t pos = line.find(key);
+        if (pos == std::string::npos) continue;
+        pos = line.find('"', line.find(':', pos));
+        (key[1] == 'u' ? doc.uri : doc.text) = JsonString(line, pos);
+    }
+    return doc;
+}
+
 // Up to `maxBytes` of text from the corpus; empty when SARVANE_CORPUS is unset or unreadable.
 inline std::vector<CorpusDocument> LoadCorpus(size_t maxBytes) {
     std::vector<CorpusDocument> docs;
@@ -58,15 +70,8 @@ inline std::vector<CorpusDocument> LoadCorpus(size_t maxBytes) {
     std::ifstream in(path);
     size_t total = 0;
     for (std::string line; total < maxBytes && std::getline(in, line);) {
-        CorpusDocument doc;
-        for (const char* key : {"\"uri\"", "\"text\""}) {
-            size_t pos = line.find(key);
-            if (pos == std::string::npos) continue;
-            pos = line.find('"', line.find(':', pos));
-            (key[1] == 'u' ? doc.uri : doc.text) = JsonString(line, pos);
-        }
-        total += doc.text.size();
-        docs.push_back(std::move(doc));
+        docs.push_back(ParseCorpusLine(line));
+        total += docs.back().text.size();
     }
     return docs;
 }

@@ -76,16 +76,8 @@ void ForEachDocument(const std::string& path, const std::function<bool(SarvaneBe
     }
     std::ifstream in(path);
     if (!in) throw std::runtime_error("cannot read " + path);
-    for (std::string line; std::getline(in, line);) {
-        SarvaneBench::CorpusDocument document;
-        for (const char* key : {"\"uri\"", "\"text\""}) {
-            size_t pos = line.find(key);
-            if (pos == std::string::npos) continue;
-            pos = line.find('"', line.find(':', pos));
-            (key[1] == 'u' ? document.uri : document.text) = SarvaneBench::JsonString(line, pos);
-        }
-        if (!take(std::move(document))) return;
-    }
+    for (std::string line; std::getline(in, line);)
+        if (!take(SarvaneBench::ParseCorpusLine(line))) return;
 }
 
 std::string SliceDirectory(const Options& options, unsigned slice) {
