@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 
+#include "SarException.h"
 #include "SarStoreFiles.h"
 #include "SarvaneConfigLock.h"
 #include "core/Text.h"
@@ -157,6 +158,11 @@ void FileIndexedTerms::BeginTransaction() {
 }
 
 bool FileIndexedTerms::AddDocumentsForTerm(uint32_t termId, const Operations& operations) {
+    // The batch of records only moves forward: an id at or below the last one would land outside it.
+    if (batchLimit_ != 0 && termId <= batchLast_)
+        throw SarException(u"The postings of term " + Vantu::FromUtf8(std::to_string(termId)) +
+                           u" come after those of term " + Vantu::FromUtf8(std::to_string(batchLast_)) +
+                           u" in one transaction.");
     const size_t count = operations.size();
     newPostings_.resize(count);
     newPositions_.resize(count);

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "CrashHarness.h"
+#include "SarException.h"
 #include "SliceCheck.h"
 #include "SliceFiles.h"
 #include "TempDir.h"
@@ -296,6 +297,13 @@ TEST(FileIndexedTerms, GapsInTermIdsLeaveFreshRecordsNeverZeroedOnes) {
     const Adds third = {{1, Range(0, 5)}, {1500, Range(3, 40)}, {2500, {30}}};
     Apply(*store, third);
     Fold(model, third);
+    EXPECT_EQ(Differs(*store, model), "");
+    // An id at or below the last one of the transaction is refused before anything is written.
+    store->BeginTransaction();
+    store->AddDocumentsForTerm(1500, Operations({50}).pointers);
+    EXPECT_THROW(store->AddDocumentsForTerm(3, Operations({51}).pointers), SarException);
+    EXPECT_THROW(store->AddDocumentsForTerm(1500, Operations({52}).pointers), SarException);
+    store->Rollback();
     EXPECT_EQ(Differs(*store, model), "");
     ExpectSliceSound(dir.Path());
 }
