@@ -37,16 +37,10 @@ std::string FileName(const std::string& path) { return std::filesystem::path(pat
 
 std::string WithoutState(const std::string& path) { return path.substr(0, path.find_last_of('.')); }
 
-// The reader's texts open with the slice's ids, as the writer's do.
 Vantu::SmartPtr<Vantu::LogEntry> OpenEntry(const SarvaneInternalConfig& config,
                                            const Vantu::SmartPtr<Vantu::LogCallInterface>& log,
                                            const std::u16string& text) {
-    std::u16string prefix;
-    {
-        ConfigRead hold(config);
-        prefix = u"[" + config.GetIDString() + u"] ";
-    }
-    return new Vantu::LogEntry(log, prefix + text, Vantu::LogEntryCallInterface::Normal);
+    return new Vantu::LogEntry(log, SarLogPrefix(config) + text, Vantu::LogEntryCallInterface::Normal);
 }
 
 std::string Narrow(const char16_t* text) { return Vantu::ToUtf8(text); }

@@ -7,6 +7,7 @@
 #include "IndexedDocument.h"
 #include "Lexicon.h"
 #include "SarException.h"
+#include "SarStoreFiles.h"
 #include "SarTransactionRecords.h"
 #include "SarvaneConfigLock.h"
 #include "SarvaneConfigValues.h"
@@ -51,12 +52,6 @@ void WriteUnit(VantuFile::MemoryBuffer& out, Body&& body) {
     Vantu::BaseBinaryStream stream(&deflater);
     body(stream);
     deflater.Finish();
-}
-
-// Every text the writer logs opens with the slice's ids.
-std::u16string LogPrefix(const SarvaneInternalConfig& config) {
-    ConfigRead hold(config);
-    return u"[" + config.GetIDString() + u"] ";
 }
 
 // A term longer than the dictionary takes refuses the whole document, so that every committed transaction can be
@@ -396,7 +391,7 @@ void FileTransactionsWriter::Commit() {
     VantuFile::RenameDurably(complete, Narrow(path_));
     if (log_) {
         const std::u16string name = path_.substr(path_.find_last_of(u'/') + 1);
-        log_->AddEntry(LogPrefix(*config_) + SAR_MESSAGE(40, name, documentsToAdd_, deletionCount_)->GetMsg(),
+        log_->AddEntry(SarLogPrefix(*config_) + SAR_MESSAGE(40, name, documentsToAdd_, deletionCount_)->GetMsg(),
                        Vantu::LogEntryCallInterface::Normal);
     }
     std::lock_guard<std::mutex> hold(statisticsSection_);
@@ -420,7 +415,7 @@ void FileTransactionsWriter::DoRecovery(const Vantu::SmartPtr<SarvaneInternalCon
                                         FileDocIdIndexId& documentIdMap, bool recover,
                                         const Vantu::SmartPtr<Vantu::LogCallInterface>& log) {
     const std::string directory = Narrow(IndexPath(*config));
-    const std::u16string prefix = LogPrefix(*config);
+    const std::u16string prefix = SarLogPrefix(*config);
     const std::vector<std::string> unfinished = VantuFile::ListFiles(directory, "*.ttp");
     for (const std::string& path : unfinished) VantuFile::DeleteDurably(path);
     const std::vector<std::string> complete = VantuFile::ListFiles(directory, "*.trc");

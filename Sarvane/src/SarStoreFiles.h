@@ -1,5 +1,6 @@
 // What every file-backed store of a slice does the same way: where its files lie, the sizes its configuration
-// gives it, how big a file is on disk, and how a commit-log replay copies logged bytes into a data file.
+// gives it, how big a file is on disk, how a commit-log replay copies logged bytes into a data file, and how the
+// slice's log texts open.
 // Free functions; any thread (the configuration is read under its own lock).
 #pragma once
 
@@ -15,6 +16,12 @@
 #include "file/BinaryStreamException.h"
 
 namespace Ostrel {
+
+// Every text the slice's transactions log opens with the slice's ids.
+inline std::u16string SarLogPrefix(const SarvaneInternalConfig& config) {
+    SarvaneConfigReadLock<SarvaneInternalConfig> hold(config);
+    return u"[" + config.GetIDString() + u"] ";
+}
 
 // `name` in the slice's index files path.
 inline std::string SarStorePath(const SarvaneInternalConfig& config, const std::string& name) {
