@@ -18,7 +18,6 @@ namespace Ostrel {
 namespace {
 
 using Lock = std::lock_guard<VantuThread::CriticalSection>;
-constexpr size_t kCopyRound = Vantu::BaseBinaryStreamBuf::kCopyRound;
 // A position file sends its gathered records to the log once they would reach this size.
 constexpr uint32_t kPositionMemory = 0x80000;
 constexpr uint32_t kEntryBytes = sizeof(DocIDWeightStruct) + sizeof(uint32_t);
