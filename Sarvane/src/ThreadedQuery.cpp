@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "SarException.h"
+#include "core/Text.h"
+
 namespace Ostrel {
 
 ThreadedQuery::ThreadedQuery(const SarvaneCallInterface& slice, const std::vector<SarcIdentity>& networkIds,
@@ -25,8 +28,12 @@ void ThreadedQuery::Run() {
         duplicatesDropped_ = slice_.PerformQuery(query_, extraQuery_, networkIds_, collections_, results_, 0, count_,
                                                  filterDuplicates_, optimization_, sortCriteria_, preferredLanguage_,
                                                  answer_);
+    } catch (const Vantu::BaseException& e) {
+        failure_.reset(e.Clone());
+    } catch (const std::exception& e) {
+        failure_ = std::make_unique<SarQueryException>(Vantu::MessageInfo::FromText(Vantu::FromUtf8(e.what())));
     } catch (...) {
-        failure_ = std::current_exception();
+        failure_ = std::make_unique<SarException>(u"UNEXPECTED ERROR");
     }
     doneEvent_.Post();
 }
@@ -34,7 +41,7 @@ void ThreadedQuery::Run() {
 void ThreadedQuery::Collect(std::vector<IndexedDocumentWeight>& merged, QueryAnswer& answer, bool& duplicatesDropped) {
     const bool checkDuplicates = filterDuplicates_ && answer.total > 0;
     doneEvent_.Wait();
-    if (failure_) std::rethrow_exception(failure_);
+    if (failure_) failure_->Rethrow();
     const size_t before = merged.size();
     merged.reserve(before + results_.size());
     for (IndexedDocumentWeight& record : results_) {

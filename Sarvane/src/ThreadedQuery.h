@@ -2,13 +2,14 @@
 // the slice raised, until the container collects it. Filled once by the pool thread, then read by the collector.
 #pragma once
 
-#include <exception>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "IndexedDocumentWeight.h"
 #include "SarvaneCallInterface.h"
 #include "core/EventSemaphore.h"
+#include "core/Exception.h"
 
 namespace Ostrel {
 
@@ -44,7 +45,9 @@ private:
     std::vector<IndexedDocumentWeight> results_;
     QueryAnswer answer_;
     bool duplicatesDropped_ = false;
-    std::exception_ptr failure_;
+    // A copy of what the slice raised: the collector raises a copy of its own, so no exception object is shared
+    // between the two threads.
+    std::unique_ptr<Vantu::BaseException> failure_;
     VantuThread::EventSemaphore doneEvent_{true, false};
 };
 
