@@ -21,8 +21,9 @@ SarSliceStores::~SarSliceStores() {
     documents = nullptr;
 }
 
-std::unique_ptr<SarSliceStores> SarSliceStores::OpenStopped(const Vantu::SmartPtr<SarvaneInternalConfig>& config) {
-    auto stores = std::make_unique<SarSliceStores>(config, true);
+std::unique_ptr<SarSliceStores> SarSliceStores::OpenStopped(const Vantu::SmartPtr<SarvaneInternalConfig>& config,
+                                                            bool readOnly) {
+    auto stores = std::make_unique<SarSliceStores>(config, readOnly);
     std::string directory;
     {
         SarvaneConfigReadLock<SarvaneInternalConfig> hold(*config);

@@ -26,9 +26,10 @@ struct SarSliceStores {
     SarSliceStores(const SarSliceStores&) = delete;
     SarSliceStores& operator=(const SarSliceStores&) = delete;
 
-    // The stores of a stopped slice, read-only, with the counters of its "Index.info": for tools, tests and
-    // benches that look into a slice no engine runs on.
-    static std::unique_ptr<SarSliceStores> OpenStopped(const Vantu::SmartPtr<SarvaneInternalConfig>& config);
+    // The stores of a stopped slice, with the counters of its "Index.info" and their recovery ended: for tools,
+    // tests and benches that look into (or, writable, build) a slice no engine runs on.
+    static std::unique_ptr<SarSliceStores> OpenStopped(const Vantu::SmartPtr<SarvaneInternalConfig>& config,
+                                                       bool readOnly = true);
 
     // The stores' end of a start, once the counters of "Index.info" are loaded.
     void RecoveryDone();

@@ -10,6 +10,7 @@
 #include "Lexicon.h"
 #include "SarIndexChecker.h"
 #include "SarIndexInfo.h"
+#include "SarSliceStores.h"
 #include "SarTransaction.h"
 #include "SarTransactionRecords.h"
 #include "Sarvane.h"
@@ -107,23 +108,7 @@ void AddDocument(FileIndexedDocuments& documents, uint32_t id) {
 
 // The stores of the sample, opened on one directory, committed together.
 struct Stores {
-    explicit Stores(const std::string& dir)
-        : config(SliceConfigIn(dir)),
-          documents(new FileIndexedDocuments(config, false)),
-          terms(new FileIndexedTerms(config, false)),
-          smallTerms(new FileSmallTerms(config, false)),
-          collections(new FileCollections(config, false)),
-          lexicon(new Lexicon(config, terms, smallTerms, false)),
-          map(new FileDocIdIndexId(config, false)) {
-        documents->RecoveryDone();
-        collections->RecoveryDone();
-        map->RecoveryDone();
-        SarIndexInfo info;
-        if (!SarIndexInfo::LoadPath(dir).empty()) info.Load(SarIndexInfo::LoadPath(dir), false);
-        documents->LoadInfo(info);
-        lexicon->LoadInfo(info);
-        lexicon->RecoveryDone();
-    }
+    explicit Stores(const std::string& dir) : opened(SarSliceStores::OpenStopped(SliceConfigIn(dir), false)) {}
 
     void Begin() {
         documents->BeginTransaction();
@@ -147,13 +132,11 @@ struct Stores {
         lexicon->Commit(go, nullptr);
     }
 
-    Vantu::SmartPtr<SarvaneInternalConfig> config;
-    Vantu::SmartPtr<FileIndexedDocuments> documents;
-    Vantu::SmartPtr<FileIndexedTerms> terms;
-    Vantu::SmartPtr<FileSmallTerms> smallTerms;
-    Vantu::SmartPtr<FileCollections> collections;
-    Vantu::SmartPtr<Lexicon> lexicon;
-    Vantu::SmartPtr<FileDocIdIndexId> map;
+    const std::unique_ptr<SarSliceStores> opened;
+    FileIndexedDocuments* const documents = opened->documents.Get();
+    FileCollections* const collections = opened->collections.Get();
+    Lexicon* const lexicon = opened->lexicon.Get();
+    FileDocIdIndexId* const map = opened->documentIdMap.Get();
 };
 
 // Adds the postings of documents [first, end) of every sample term.
